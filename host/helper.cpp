@@ -1,0 +1,237 @@
+// The helper protocol engine: request parsing, protocol answers, message requests, the
+// optional worker threads.
+#include "host/helper.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+#include <sstream>
+
+#include "kvs/exception.h"
+#include "kvs/log.h"
+#include "kvs/platform/platform.h"
+#include "kvs/text.h"
+#include "kvs/thread.h"
+
+namespace cgp {
+namespace {
+
+bool isDelimiter(char c) { return c == ' ' || c == '\r' || c == '\n'; }
+
+const char kQuitAnswer[] =
+    "\"QUIT command received, filter is shut down. Please restart the filter.\"";
+
+}  // namespace
+
+RequestLine splitRequestLine(const std::string& line) {
+  RequestLine r;
+  std::size_t i = 0;
+  const std::size_t n = line.size();
+  auto skip = [&] {
+    while (i < n && isDelimiter(line[i])) ++i;
+  };
+  auto field = [&] {
+    const std::size_t start = i;
+    while (i < n && !isDelimiter(line[i])) ++i;
+    return line.substr(start, i - start);
+  };
+  skip();
+  r.id = field();
+  skip();
+  r.command = field();
+  kvs::toLowerInPlace(r.command);
+  skip();
+  r.parameter = line.substr(i);
+  return r;
+}
+
+int requestNumber(const std::string& text) {
+  std::istringstream in(text);
+  int value = 0;
+  in >> value;  // on overflow the stream stores the largest or smallest value
+  return value;
+}
+
+Helper::Helper(bool threaded_, const std::string& failureWord)
+    : threaded(threaded_), failurePrefix(" " + failureWord + " ") {}
+
+Helper::~Helper() = default;
+
+int Helper::intf(int) { return 3; }
+
+void Helper::onQuit() {}
+
+void Helper::commandLoop() { commandLoop(std::cin); }
+
+void Helper::commandLoop(std::istream& in) {
+  kvs::logline() << "Ready to receive INTF command.";
+  std::string line;
+  for (;;) {
+    if (in.eof() || in.fail()) return;
+    if (!std::getline(in, line) && line.empty()) return;
+    // Standard input is text: a CR right before the line feed is part of the line end.
+    if (!in.eof() && !line.empty() && line.back() == '\r') line.pop_back();
+    handleLine(line);
+  }
+}
+
+void Helper::handleLine(const std::string& line) {
+  const RequestLine r = splitRequestLine(line);
+  if (r.id.empty()) {
+    kvs::outline() << "(null) FAILURE";
+    return;
+  }
+  const int n = requestNumber(r.id);
+  if (quitReceived_) {
+    kvs::outline() << r.id << failurePrefix << kQuitAnswer;
+    return;
+  }
+  if (r.command.empty()) {
+    kvs::outline() << r.id << " FAILURE";
+    return;
+  }
+  if (r.command == "intf") {
+    intfReceived = true;
+    const int version = r.parameter.empty() ? 1 : requestNumber(r.parameter);
+    kvs::outline() << r.id << " INTF " << intf(version);
+    return;
+  }
+  if (r.command == "key") {
+    kvs::outline() << r.id << " OK";
+    return;
+  }
+  if (r.command == "quit") {
+    quitReceived_ = true;
+    kvs::logline(r.id) << "Filter is shutting down...";
+    onQuit();
+    kvs::outline() << r.id
+                   << " OK \"Filter is shut down and waiting for standard output to be closed\"";
+    return;
+  }
+  if (r.command == "crash") {
+    // Makes the filter fail on purpose: nothing catches this.
+    throw kvs::Exception("unhandled exception request");
+  }
+  // A message request.
+  if (n == 0 && r.id != "0") {
+    kvs::outline() << r.id << failurePrefix << "\"Error: seqID should be a number\"";
+    return;
+  }
+  if (r.parameter.empty()) {
+    kvs::outline() << r.id << " FAILURE \"Missing parameter(s)\"";
+    return;
+  }
+  if (!acceptsCommand(r.command)) {
+    kvs::outline() << r.id << " FAILURE";
+    return;
+  }
+  if (!intfReceived) {
+    intf(3);
+    intfReceived = true;
+  }
+  CallData call{n, this, r.command, r.parameter};
+  if (threaded) {
+    admitRequest(call);
+  } else {
+    processCall(kvs::ptr<CallData>(new CallData(std::move(call))));
+  }
+}
+
+std::size_t Helper::activeCount() {
+  kvs::ScopedLock lock(activeLock);
+  return activeRequests.size();
+}
+
+void Helper::admitRequest(const CallData& callData) {
+  const int n = callData.seqID;
+  bool inUse;
+  std::size_t count;
+  {
+    kvs::ScopedLock lock(activeLock);
+    inUse = activeRequests.count(n) != 0;
+    count = activeRequests.size();
+  }
+  if (count >= maxQueuedRequests) {
+    kvs::outline() << n << failurePrefix << "\"Too many requests in queue (" << count
+                   << "), try again in a few seconds.\"";
+    return;
+  }
+  if (inUse) {
+    kvs::outline() << n << failurePrefix << "\"This request ID is already in use (" << n
+                   << "), try again in a few seconds.\"";
+    return;
+  }
+  {
+    kvs::ScopedLock lock(activeLock);
+    activeRequests.insert(n);
+  }
+  kvs::logline(n) << "Thread processing started";
+  kvs::ptr<CallData> data(new CallData(callData));
+  kvs::thread_safe_ptr<kvs::_thread> worker(new kvs::_thread(&Helper::processCall, data, true));
+}
+
+void Helper::processCall(kvs::ptr<CallData> callData) {
+  Helper* helper = callData->helper;
+  const int seqID = callData->seqID;
+  helper->processRequest(seqID, callData->command, callData->parameter);
+  if (helper->threaded) {
+    {
+      kvs::ScopedLock lock(helper->activeLock);
+      helper->activeRequests.erase(seqID);
+    }
+    kvs::logline(seqID) << "Thread processing done";
+  }
+  callData = nullptr;
+}
+
+ExtFilter::ExtFilter(bool threaded_) : Helper(threaded_, "REJECTED") {
+  std::srand(static_cast<unsigned>(std::time(nullptr)));
+}
+
+ExtFilter::~ExtFilter() = default;
+
+bool ExtFilter::acceptsCommand(const std::string& command) { return command == "file"; }
+
+void ExtFilter::processRequest(int seqID, const std::string&, const std::string& path) {
+  if (kvs::platform::pathKind(path) != kvs::platform::PathKind::File) {
+    kvs::outline() << seqID << " OK \"Error: File Not Found " << kvs::escapeString(path) << "\"";
+    return;
+  }
+  // The engine's own stream stays open until the answer is out.
+  kvs::platform::File file;
+  if (!file.open(path)) {
+    kvs::outline() << seqID << " OK \"Error: unable to open file " << kvs::escapeString(path)
+                   << "\"";
+    return;
+  }
+  Verdict verdict;
+  {
+    kvs::ScopedLock lock(filterLock_);
+    verdict = filterMessage(seqID, path);
+  }
+  std::string joined;
+  for (std::size_t i = 0; i < verdict.lines.size(); ++i) {
+    if (i > 0) joined.push_back('\n');
+    joined += verdict.lines[i];
+  }
+  const std::string text = kvs::escapeString(joined);
+  std::int32_t code = verdict.code;
+  if (code == Verdict::ADDHEADER && text.empty()) code = Verdict::OK;
+  // Codes outside the table are answered with silence, on purpose.
+  if (static_cast<std::uint32_t>(code) >= 5) return;
+  static const char* const comments[] = {"Accepting message", "Postponing message",
+                                         "Rejecting message", "Discarding message",
+                                         "Adding Header(s) to message"};
+  kvs::logline(seqID) << comments[code];
+  kvs::outline answer;
+  answer << seqID;
+  switch (code) {
+    case Verdict::OK: answer << " OK"; break;
+    case Verdict::REJECTED: answer << " REJECTED \"" << text << "\""; break;
+    case Verdict::ERROR: answer << " ERROR \"" << text << "\""; break;
+    case Verdict::DISCARD: answer << " DISCARD"; break;
+    default: answer << " ADDHEADER \"" << text << "\""; break;
+  }
+}
+
+}  // namespace cgp

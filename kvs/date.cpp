@@ -1,0 +1,245 @@
+// Date formatting with pattern letters, and the RFC 822 date parser.
+#include "kvs/date.h"
+
+#include <charconv>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <vector>
+
+namespace kvs {
+namespace {
+
+// Sunday's full form is deliberately the three letters "Sun".
+const char* const kWeekdays[14] = {"Sun", "Mon",    "Tue",     "Wed",       "Thu",
+                                   "Fri", "Sat",    "Sun",     "Monday",    "Tuesday",
+                                   "Wednesday", "Thursday", "Friday", "Saturday"};
+const char* const kMonths[24] = {"Jan",     "Feb",      "Mar",       "Apr",     "May",
+                                 "Jun",     "Jul",      "Aug",       "Sep",     "Oct",
+                                 "Nov",     "Dec",      "January",   "February", "March",
+                                 "April",   "May",      "June",      "July",    "August",
+                                 "September", "October", "November", "December"};
+
+struct Tables {
+  std::map<std::string, int, std::less<>> weekdays;
+  std::map<std::string, int, std::less<>> months;
+  std::map<std::string, std::int32_t, std::less<>> zones;
+};
+
+// Built once, on first use, before any lookup.
+const Tables& tables() {
+  static const Tables t = [] {
+    Tables built;
+    for (int i = 0; i < 14; ++i) built.weekdays.emplace(kWeekdays[i], i % 7);
+    for (int i = 0; i < 24; ++i) built.months.emplace(kMonths[i], i % 12);
+    built.zones = {{"PST", -28800}, {"PDT", -25200}, {"MST", -25200}, {"MDT", -21600},
+                   {"CST", -21600}, {"CDT", -18000}, {"EST", -18000}, {"EDT", -14400}};
+    return built;
+  }();
+  return t;
+}
+
+std::string padded(int value, int width) {
+  char buf[16];
+  std::snprintf(buf, sizeof buf, "%0*d", width, value);
+  return buf;
+}
+
+void replaceAll(std::string& text, std::string_view from, const std::string& to) {
+  std::size_t pos = 0;
+  while ((pos = text.find(from, pos)) != std::string::npos) {
+    text.replace(pos, from.size(), to);
+    pos += to.size();
+  }
+}
+
+// Leading decimal digits (with an optional sign) as an int; 0 when there are none.
+int leadingNumber(std::string_view s, bool* ok = nullptr) {
+  int value = 0;
+  const char* begin = s.data();
+  if (!s.empty() && s[0] == '+') ++begin;
+  auto [p, ec] = std::from_chars(begin, s.data() + s.size(), value);
+  if (ok) *ok = ec == std::errc() && p != begin;
+  return ec == std::errc() ? value : 0;
+}
+
+std::int64_t daysFromCivil(std::int64_t y, unsigned m, unsigned d) {
+  y -= m <= 2;
+  const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const unsigned yoe = static_cast<unsigned>(y - era * 400);
+  const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
+}
+
+Date fromTm(const std::tm& tm) {
+  Date d;
+  d.seconds = tm.tm_sec;
+  d.minutes = tm.tm_min;
+  d.hours = tm.tm_hour;
+  d.day = tm.tm_mday;
+  d.month = tm.tm_mon;
+  d.year = tm.tm_year;
+  d.weekday = tm.tm_wday;
+  d.valid = true;
+  return d;
+}
+
+}  // namespace
+
+const char* weekdayName(int index) { return index >= 0 && index < 14 ? kWeekdays[index] : ""; }
+const char* monthName(int index) { return index >= 0 && index < 24 ? kMonths[index] : ""; }
+
+bool zoneOffset(std::string_view name, std::int32_t& offset) {
+  const auto& zones = tables().zones;
+  auto it = zones.find(name);
+  if (it == zones.end()) return false;
+  offset = it->second;
+  return true;
+}
+
+Date Date::fromLocal(std::time_t t) {
+  std::tm tm{};
+#ifdef _WIN32
+  localtime_s(&tm, &t);
+#else
+  localtime_r(&t, &tm);
+#endif
+  Date d = fromTm(tm);
+  d.instant = t;
+  return d;
+}
+
+Date Date::fromUtc(std::time_t t) {
+  std::tm tm{};
+#ifdef _WIN32
+  gmtime_s(&tm, &t);
+#else
+  gmtime_r(&t, &tm);
+#endif
+  Date d = fromTm(tm);
+  d.instant = t;
+  return d;
+}
+
+Date Date::now() { return fromLocal(std::time(nullptr)); }
+
+std::string Date::format(std::string_view pattern) const {
+  // Pattern letters become private marker bytes first, so that names inserted later (May,
+  // Monday) are never read as pattern letters.
+  std::string s;
+  s.reserve(pattern.size());
+  for (char c : pattern) {
+    switch (c) {
+      case 'Y': s.push_back('\x01'); break;
+      case 'M': s.push_back('\x02'); break;
+      case 'D': s.push_back('\x03'); break;
+      case 'h': s.push_back('\x04'); break;
+      case 'm': s.push_back('\x05'); break;
+      case 's': s.push_back('\x06'); break;
+      case 'w': s.push_back('\x07'); break;
+      default: s.push_back(c);
+    }
+  }
+  const int fullYear = 1900 + year;
+  const int wd = ((weekday % 7) + 7) % 7;
+  const int mo = ((month % 12) + 12) % 12;
+  // Longest forms first; a lone Y has no form and stays a marker byte.
+  replaceAll(s, "\x01\x01\x01\x01", padded(fullYear, 4));
+  replaceAll(s, "\x01\x01", padded(((fullYear % 100) + 100) % 100, 2));
+  replaceAll(s, "\x02\x02\x02\x02", kMonths[12 + mo]);
+  replaceAll(s, "\x02\x02\x02", kMonths[mo]);
+  replaceAll(s, "\x02\x02", padded(month + 1, 2));
+  replaceAll(s, "\x02", std::to_string(month + 1));
+  replaceAll(s, "\x03\x03", padded(day, 2));
+  replaceAll(s, "\x03", std::to_string(day));
+  replaceAll(s, "\x04\x04", padded(hours, 2));
+  replaceAll(s, "\x04", std::to_string(hours));
+  replaceAll(s, "\x05\x05", padded(minutes, 2));
+  replaceAll(s, "\x05", std::to_string(minutes));
+  replaceAll(s, "\x06\x06", padded(seconds, 2));
+  replaceAll(s, "\x06", std::to_string(seconds));
+  replaceAll(s, "\x07\x07", kWeekdays[7 + wd]);
+  replaceAll(s, "\x07", kWeekdays[wd]);
+  return s;
+}
+
+std::string Date::rfc822() const { return format("w, D MMM YYYY hh:mm:ss") + " GMT"; }
+
+Date Date::parse(std::string_view text) {
+  const Tables& t = tables();
+  Date d;
+  std::vector<std::string_view> tokens;
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const std::size_t end = text.find_first_of(" ,", i);
+    const std::size_t stop = end == std::string_view::npos ? text.size() : end;
+    if (stop > i) tokens.push_back(text.substr(i, stop - i));
+    i = stop + 1;
+  }
+  if (tokens.size() < 5) return d;
+  std::size_t k = 0;
+  bool numeric = false;
+  leadingNumber(tokens[0], &numeric);
+  if (!numeric) {
+    auto wd = t.weekdays.find(tokens[0]);
+    if (wd == t.weekdays.end() || tokens.size() < 6) return d;
+    k = 1;
+  }
+  d.day = leadingNumber(tokens[k]);
+  auto mo = t.months.find(tokens[k + 1]);
+  if (mo == t.months.end()) return d;
+  d.month = mo->second;
+  int y = leadingNumber(tokens[k + 2]);
+  if (y > 1900) y -= 1900;
+  if (y > 300) return d;
+  d.year = y;  // a two-digit year is 1900 + its value
+
+  std::vector<std::string_view> parts;
+  std::string_view clock = tokens[k + 3];
+  for (std::size_t p = 0; p <= clock.size();) {
+    const std::size_t c = clock.find(':', p);
+    const std::size_t stop = c == std::string_view::npos ? clock.size() : c;
+    parts.push_back(clock.substr(p, stop - p));
+    p = stop + 1;
+  }
+  if (parts.size() < 2) return d;
+  d.hours = leadingNumber(parts[0]);
+  d.minutes = leadingNumber(parts[1]);
+  d.seconds = parts.size() > 2 ? leadingNumber(parts[2]) : 0;
+
+  std::tm tm{};
+  tm.tm_sec = d.seconds;
+  tm.tm_min = d.minutes;
+  tm.tm_hour = d.hours;
+  tm.tm_mday = d.day;
+  tm.tm_mon = d.month;
+  tm.tm_year = d.year;
+  tm.tm_isdst = -1;
+  const std::time_t local = std::mktime(&tm);
+  if (local == static_cast<std::time_t>(-1)) return d;
+  d.weekday = tm.tm_wday;
+
+  if (k + 4 < tokens.size()) {
+    // The zone: a table name, or a numeric zone "+hhmm" / "-hhmm" (one or two digits are
+    // read as hours). GMT, UT and names the table does not know count as offset 0.
+    const std::string_view zone = tokens[k + 4];
+    std::int32_t offset = 0;
+    if (!kvs::zoneOffset(zone, offset) && (zone[0] == '+' || zone[0] == '-')) {
+      const std::string_view digits = zone.substr(1);
+      const int v = leadingNumber(digits);
+      offset = digits.size() <= 2 ? v * 3600 : (v / 100) * 3600 + (v % 100) * 60;
+      if (zone[0] == '-') offset = -offset;
+    }
+    d.zoneOffset = offset;
+    const std::int64_t days = daysFromCivil(1900 + d.year, d.month + 1, 1) + (d.day - 1);
+    d.instant = static_cast<std::time_t>(days * 86400 + d.hours * 3600 + d.minutes * 60 +
+                                         d.seconds - offset);
+  } else {
+    d.instant = local;
+  }
+  d.valid = true;
+  return d;
+}
+
+}  // namespace kvs

@@ -1,0 +1,132 @@
+// Answer and comment lines on standard output; the repetition filter; archiveFile.
+#include "kvs/log.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <unordered_map>
+
+#include "kvs/date.h"
+#include "kvs/mutex.h"
+
+namespace kvs {
+namespace {
+
+MutexInterface& outputLock() {
+  static MutexInterface lock;
+  return lock;
+}
+
+struct RepeatEntry {
+  std::string lastText;
+  std::uint32_t count = 0;
+};
+
+MutexInterface& repeatLock() {
+  static MutexInterface lock;
+  return lock;
+}
+
+std::unordered_map<std::string, RepeatEntry>& repeatTable() {
+  static std::unordered_map<std::string, RepeatEntry> table;
+  return table;
+}
+
+void writeStdout(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+OutputWriter currentWriter = writeStdout;
+
+void stripTrailingLineFeeds(std::string& text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+}
+
+}  // namespace
+
+void writeOutput(std::string_view text) {
+  ScopedLock lock(outputLock());
+  currentWriter(text);
+}
+
+OutputWriter setOutputWriter(OutputWriter writer) {
+  ScopedLock lock(outputLock());
+  OutputWriter old = currentWriter;
+  currentWriter = writer ? writer : writeStdout;
+  return old;
+}
+
+void resetRepeatTable() {
+  ScopedLock lock(repeatLock());
+  repeatTable().clear();
+}
+
+void end_line::apply(std::ostream& stream) const {
+  if (auto* line = dynamic_cast<ostream_base*>(&stream)) line->end();
+}
+
+outline::~outline() { end(); }
+
+void outline::end() {
+  if (ended_) return;
+  ended_ = true;
+  std::string text = str();
+  stripTrailingLineFeeds(text);
+  text.push_back('\n');
+  writeOutput(text);
+}
+
+logline::~logline() { end(); }
+
+void logline::end() {
+  if (ended_) return;
+  ended_ = true;
+  std::string text = str();
+
+  std::string prefix = "* ";
+  if (number_ != 0) prefix += "[" + std::to_string(number_) + "] ";
+  if (!source_.empty()) prefix += source_ + ": ";
+
+  auto format = [&prefix](std::string body) {
+    stripTrailingLineFeeds(body);
+    std::string lines = prefix;
+    for (char c : body) {
+      lines.push_back(c);
+      if (c == '\n') lines += prefix;
+    }
+    return lines;
+  };
+
+  if (source_.empty()) {
+    outline() << format(std::move(text));
+    return;
+  }
+  // The filter's lock is held while the summary and the new line are written, so nothing
+  // comes between them; the order is always the repeat lock, then the output lock.
+  ScopedLock lock(repeatLock());
+  RepeatEntry& entry = repeatTable()[source_];
+  if (entry.count > 0 && entry.lastText == text) {
+    ++entry.count;
+    return;
+  }
+  if (entry.count > 1) {
+    // The count includes the first occurrence of the text.
+    outline() << "* " << source_ << ": (Last message repeated " << entry.count << " times)";
+  }
+  entry.lastText = text;
+  entry.count = 1;
+  outline() << format(std::move(text));
+}
+
+std::string archiveFile(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::string suffix = Date::now().format(".YYYYMMDD-hhmmss");
+  std::error_code ec;
+  while (fs::exists(fs::path(path + suffix), ec)) suffix += ".1";
+  const std::string target = path + suffix;
+  fs::rename(fs::path(path), fs::path(target), ec);
+  return ec ? std::string() : target;
+}
+
+}  // namespace kvs

@@ -1,0 +1,31 @@
+// Runs a program as a child process with a given standard input and collects what it writes.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace testing_process {
+
+struct Result {
+  std::string out;
+  std::string err;
+  int exitCode = -1;    // the exit status when the child exited normally
+  int signal = 0;       // the signal that ended it, 0 if none
+  bool timedOut = false;
+};
+
+// Runs argv[0] with the arguments, feeding `input` on standard input and closing it. A child
+// still running after `timeoutSeconds` is killed (and timedOut is set). An empty `workdir`
+// keeps the current directory.
+Result run(const std::vector<std::string>& argv, const std::string& input = "",
+           int timeoutSeconds = 60, const std::string& workdir = "");
+
+// The velmora program and velmora-tool under test. VELMORA_RUNNER (for example "wine64")
+// is put in front when it is set in the environment.
+std::vector<std::string> program();
+std::vector<std::string> tool(const std::vector<std::string>& args);
+// The source tree (for tests/data) and the shared message corpus beside it.
+std::string sourceDir();
+std::string corpusDir();
+
+}  // namespace testing_process

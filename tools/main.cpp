@@ -1,0 +1,39 @@
+// velmora-tool: dispatches to one command per subsystem.
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+#include "kvs/platform/platform.h"
+#include "tools/commands.h"
+
+namespace tool {
+namespace {
+
+// One row per command; each command's file defines its run function.
+const Command kCommands[] = {
+    {nullptr, nullptr, nullptr},
+};
+
+int usage(std::FILE* out) {
+  std::fprintf(out, "usage: velmora-tool COMMAND [ARGS...]\n\ncommands:\n");
+  for (const Command& c : kCommands) {
+    if (c.name) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
+  }
+  std::fprintf(out, "\n'velmora-tool COMMAND --help' describes one command.\n");
+  return out == stdout ? 0 : 2;
+}
+
+}  // namespace
+}  // namespace tool
+
+int main(int argc, char** argv) {
+  kvs::platform::prepareStandardStreams();
+  if (argc < 2) return tool::usage(stderr);
+  const std::string word = argv[1];
+  if (word == "--help" || word == "-h" || word == "help") return tool::usage(stdout);
+  for (const tool::Command& c : tool::kCommands) {
+    if (c.name && word == c.name) return c.run(tool::Args(argv + 2, argv + argc));
+  }
+  std::fprintf(stderr, "velmora-tool: unknown command '%s'\n", word.c_str());
+  return tool::usage(stderr);
+}
