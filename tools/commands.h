@@ -15,4 +15,7 @@ struct Command {
   int (*run)(const Args& args);
 };
 
+int runCli(const Args& args);
+int runPop3(const Args& args);
+
 }  // namespace tool

@@ -11,6 +11,8 @@ namespace {
 
 // One row per command; each command's file defines its run function.
 const Command kCommands[] = {
+    {"cli", "send one command to the server's CLI and print its answer", runCli},
+    {"pop3", "count, fetch or delete messages on a POP3 server", runPop3},
     {nullptr, nullptr, nullptr},
 };
 
