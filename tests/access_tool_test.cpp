@@ -78,6 +78,8 @@ TEST(ToolCli, UsageErrors) {
   EXPECT_EQ(r.exitCode, 2);
   r = run(tool({"cli", "--port", "106"}), "", 30);
   EXPECT_EQ(r.exitCode, 2);
+  r = run(tool({"cli", "--port", "port", "ListDomains"}), "", 30);
+  EXPECT_EQ(r.exitCode, 2);
 }
 
 TEST(ToolPop3, StatRetrDele) {
@@ -121,6 +123,11 @@ TEST(ToolPop3, FailuresAndUsage) {
   r = run(tool({"pop3", "--host", "127.0.0.1", "--user", "u", "stat"}), "", 30);
   EXPECT_EQ(r.exitCode, 2);
   r = run(tool({"pop3", "--host", "127.0.0.1", "--port", "110", "--user", "u", "retr"}), "", 30);
+  EXPECT_EQ(r.exitCode, 2);
+  r = run(tool({"pop3", "--host", "127.0.0.1", "--port", "110", "--user", "u", "dele", "x"}), "",
+          30);
+  EXPECT_EQ(r.exitCode, 2);
+  r = run(tool({"pop3", "--host", "127.0.0.1", "--port", "99999", "--user", "u", "stat"}), "", 30);
   EXPECT_EQ(r.exitCode, 2);
   r = run(tool({"pop3", "--help"}), "", 30);
   EXPECT_EQ(r.exitCode, 0);

@@ -1,6 +1,7 @@
 // velmora-tool cli: sends one administration command through a CLI session and prints the
 // answer's dataset, or the session's error.
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -46,7 +47,12 @@ int runCli(const Args& args) {
     if (a == "--host") {
       settings.host = value;
     } else if (a == "--port") {
-      settings.port = static_cast<std::uint16_t>(std::stoul(value));
+      const unsigned long port = std::strtoul(value.c_str(), nullptr, 10);
+      if (port == 0 || port > 65535 || value.find_first_not_of("0123456789") != std::string::npos) {
+        std::fprintf(stderr, "velmora-tool cli: bad port '%s'\n", value.c_str());
+        return 2;
+      }
+      settings.port = static_cast<std::uint16_t>(port);
     } else if (a == "--user") {
       settings.user = value;
     } else if (a == "--password") {

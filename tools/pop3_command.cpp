@@ -1,5 +1,6 @@
 // velmora-tool pop3: one POP3 operation (count, fetch or delete) on a mailbox.
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -19,6 +20,16 @@ const char* const kPop3Usage =
 
 // A server that stops answering must not hang the tool for ever.
 constexpr std::uint32_t kTimeoutMs = 30000;
+
+// A decimal number of at most `max`, or -1.
+long number(const std::string& text, long max) {
+  if (text.empty() || text.size() > 10 ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
+    return -1;
+  }
+  const long long value = std::strtoll(text.c_str(), nullptr, 10);
+  return value > max ? -1 : static_cast<long>(value);
+}
 
 }  // namespace
 
@@ -46,7 +57,7 @@ int runPop3(const Args& args) {
     if (a == "--host") {
       host = value;
     } else if (a == "--port") {
-      port = std::stol(value);
+      port = number(value, 65535);
     } else if (a == "--user") {
       user = value;
     } else if (a == "--password") {
@@ -60,11 +71,12 @@ int runPop3(const Args& args) {
   const bool numbered = operation == "retr" || operation == "dele";
   const bool fits =
       (operation == "stat" && i + 1 == args.size()) || (numbered && i + 2 == args.size());
-  if (host.empty() || port <= 0 || port > 65535 || user.empty() || !fits) {
+  const long message = numbered && fits ? number(args[i + 1], 0x7fffffff) : 0;
+  if (host.empty() || port <= 0 || user.empty() || !fits || message < 0) {
     std::fputs(kPop3Usage, stderr);
     return 2;
   }
-  const std::uint32_t number = numbered ? static_cast<std::uint32_t>(std::stoul(args[i + 1])) : 0;
+  const auto which = static_cast<std::uint32_t>(message);
   try {
     kvs::pop3::client pop;
     pop.setTimeouts(kTimeoutMs, kTimeoutMs);
@@ -75,10 +87,10 @@ int runPop3(const Args& args) {
       const std::uint32_t count = pop.count(&size);
       std::cout << count << " messages, " << size << " octets\n";
     } else if (operation == "retr") {
-      pop.retrieve(number, std::cout);
+      pop.retrieve(which, std::cout);
     } else {
-      pop.remove(number);
-      std::cout << "message " << number << " deleted\n";
+      pop.remove(which);
+      std::cout << "message " << which << " deleted\n";
     }
     pop.close();
     return 0;
