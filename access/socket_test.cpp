@@ -94,7 +94,7 @@ TEST(SocketLines, PeerClosingThrowsWhenAsked) {
 }
 
 TEST(SocketTimeouts, SilentPeerTimesOutLineAndChunkReads) {
-  ScriptedServer server({pause(1500)});
+  ScriptedServer server({pause(800)});
   socket s(200, 0);
   connectTo(s, server.port());
   std::string text = "stale";
@@ -102,7 +102,7 @@ TEST(SocketTimeouts, SilentPeerTimesOutLineAndChunkReads) {
   EXPECT_EQ(text, "");
   EXPECT_FALSE(s.isOpen());
 
-  ScriptedServer second({pause(1500)});
+  ScriptedServer second({pause(800)});
   socket t(200, 0);
   connectTo(t, second.port());
   EXPECT_THROW(t.receiveLine(text, true), kvs::ConnectionResetException);
