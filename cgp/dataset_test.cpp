@@ -62,6 +62,10 @@ TEST(DataSet, Equality) {
   outer1.append(d);
   outer2.append(d);
   EXPECT_FALSE(outer1 == outer2);  // a dictionary inside spoils array equality too
+
+  DataSet odd("t");
+  odd->kind = 5;  // no valid value has it, but a node may hold anything
+  EXPECT_FALSE(odd == odd);
 }
 
 TEST(DataSet, NumberToText) {

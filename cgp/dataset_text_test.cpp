@@ -7,6 +7,8 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "kvs/log.h"
 #include "kvs/text.h"
@@ -297,6 +299,30 @@ TEST(DataSetText, DeepRoundTripWithoutRecursion) {
   ASSERT_TRUE(middle.isArray());
   const std::string multiLine = writeDataSet(middle, false);
   EXPECT_EQ(writeDataSet(parseDataSet(multiLine), true), writeDataSet(middle, true));
+}
+
+// The reader serialises on its lock and handles are shared across threads: several threads
+// reading and passing one value around must each see whole, correct values.
+TEST(DataSetText, ReadsFromManyThreads) {
+  const DataSet shared = parseDataSet("(x, {k = v;}, (1, 2, 3))");
+  std::vector<std::thread> threads;
+  std::vector<int> good(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &shared, &good] {
+      for (int i = 0; i < 300; ++i) {
+        const std::string text = "(" + std::to_string(t) + ", (" + std::to_string(i) + ", y))";
+        DataSet value = parseDataSet(text);
+        DataSet copy = shared;
+        if (value.count() == 2 && value.at(0).getText() == std::to_string(t) &&
+            value.path("1.0").getText() == std::to_string(i) && copy.path("2.2").getText() == "3") {
+          ++good[t];
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(good, std::vector<int>(4, 300));
+  EXPECT_TRUE(shared.isUnique());
 }
 
 }  // namespace
