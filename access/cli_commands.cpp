@@ -147,6 +147,10 @@ class Line {
   void CLISession::N(const std::string& a, const DataSet& v) {    \
     execute(Line(#N).arg(a).value(v, DataSet::Dictionary).str()); \
   }
+#define VELMORA_DEFINE_DO_OPT_DICT(N, a)                               \
+  void CLISession::N(const std::string& a, const DataSet& v) {         \
+    execute(Line(#N).optional(a).value(v, DataSet::Dictionary).str()); \
+  }
 #define VELMORA_DEFINE_DO1_ARRAY(N, a)                         \
   void CLISession::N(const std::string& a, const DataSet& v) { \
     execute(Line(#N).arg(a).value(v, DataSet::Array).str());   \
@@ -193,6 +197,7 @@ VELMORA_CLI_DO_KWOPT(VELMORA_DEFINE_DO_KWOPT)
 VELMORA_CLI_DO_DICT(VELMORA_DEFINE_DO_DICT)
 VELMORA_CLI_DO_ARRAY(VELMORA_DEFINE_DO_ARRAY)
 VELMORA_CLI_DO1_DICT(VELMORA_DEFINE_DO1_DICT)
+VELMORA_CLI_DO_OPT_DICT(VELMORA_DEFINE_DO_OPT_DICT)
 VELMORA_CLI_DO1_ARRAY(VELMORA_DEFINE_DO1_ARRAY)
 VELMORA_CLI_DO1_DICTOPT(VELMORA_DEFINE_DO1_DICTOPT)
 VELMORA_CLI_DO_TEXT(VELMORA_DEFINE_DO_TEXT)
@@ -518,6 +523,7 @@ const std::vector<CLISession::CommandInfo>& CLISession::commands() {
     VELMORA_CLI_DO_DICT(VELMORA_DO_ROW)
     VELMORA_CLI_DO_ARRAY(VELMORA_DO_ROW)
     VELMORA_CLI_DO1_DICT(VELMORA_DO_ROW)
+    VELMORA_CLI_DO_OPT_DICT(VELMORA_DO_ROW)
     VELMORA_CLI_DO1_ARRAY(VELMORA_DO_ROW)
     VELMORA_CLI_DO1_DICTOPT(VELMORA_DO_ROW)
     VELMORA_CLI_DO_TEXT(VELMORA_DO_ROW)
