@@ -52,8 +52,6 @@ bool fitsInSet(native_t) {
   return true;
 }
 
-// Winsock is started once; the guard's destructor cleans up at process exit.
-bool gStarted = false;
 bool startLibrary() {
   WSADATA data;
   return ::WSAStartup(257, &data) == 0;  // version 1.1
@@ -88,12 +86,15 @@ bool fitsInSet(native_t s) {
   return s >= 0 && s < FD_SETSIZE;
 }
 
-bool gStarted = false;
 bool startLibrary() {
   return true;
 }
 void stopLibrary() {}
 #endif
+
+// The library is started once per process; the guard's destructor cleans up at exit. The flag
+// is unguarded: the first start happens before threads share sockets.
+bool gStarted = false;
 
 native_t nativeOf(handle_t h) {
   return static_cast<native_t>(h);
