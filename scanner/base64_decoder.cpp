@@ -8,6 +8,11 @@
 
 #include "scanner/image_buffer.h"
 
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#include <immintrin.h>
+#define VELMORA_BASE64_SSSE3 1
+#endif
+
 namespace Decoder::MIME {
 namespace {
 
@@ -77,6 +82,42 @@ inline std::uint32_t placed(const unsigned char* p) {
   return kPlaced0[p[0]] | kPlaced1[p[1]] | kPlaced2[p[2]] | kPlaced3[p[3]];
 }
 
+#ifdef VELMORA_BASE64_SSSE3
+// Sixteen characters at a time while all sixteen are plain alphabet characters (the same test as
+// the tables above: "=", "{", blanks and strangers all stop it); twelve bytes out per round, with
+// a sixteen-byte store (the room has four bytes to spare). Returns the characters used.
+__attribute__((target("ssse3"))) std::size_t decodeBlocks(const unsigned char* p, std::size_t n,
+                                                          char* o) {
+  const __m128i lutLo = _mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                                      0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
+  const __m128i lutHi = _mm_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10,
+                                      0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+  const __m128i lutRoll = _mm_setr_epi8(0, 16, 19, 4, -65, -65, -71, -71, 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m128i mask2F = _mm_set1_epi8(0x2F);
+  const __m128i pack = _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
+  std::size_t used = 0;
+  while (n - used >= 16) {
+    const __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + used));
+    const __m128i hiNibbles = _mm_and_si128(_mm_srli_epi32(in, 4), mask2F);
+    const __m128i loNibbles = _mm_and_si128(in, mask2F);
+    const __m128i hi = _mm_shuffle_epi8(lutHi, hiNibbles);
+    const __m128i lo = _mm_shuffle_epi8(lutLo, loNibbles);
+    if (_mm_movemask_epi8(_mm_cmpgt_epi8(_mm_and_si128(lo, hi), _mm_setzero_si128())) != 0) break;
+    const __m128i roll =
+        _mm_shuffle_epi8(lutRoll, _mm_add_epi8(_mm_cmpeq_epi8(in, mask2F), hiNibbles));
+    const __m128i values = _mm_add_epi8(in, roll);
+    const __m128i pairs = _mm_maddubs_epi16(values, _mm_set1_epi32(0x01400140));
+    const __m128i words = _mm_madd_epi16(pairs, _mm_set1_epi32(0x00011000));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_shuffle_epi8(words, pack));
+    o += 12;
+    used += 16;
+  }
+  return used;
+}
+
+const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
+#endif
+
 const char kIllegalText[] = "Found illegal character in base64 stream. Resuming to next.";
 const char kEndText[] = "Unexpected end of file in Base64 decoding.";
 
@@ -90,6 +131,13 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
       // Whole groups of plain alphabet characters: the common case, no per-byte decisions.
       // Each group's three bytes go out as one four-byte store (the room has a byte to spare).
       char* o = out;
+#ifdef VELMORA_BASE64_SSSE3
+      if (kHaveSsse3 && e - p >= 16) {
+        const std::size_t used = decodeBlocks(p, static_cast<std::size_t>(e - p), o);
+        p += used;
+        o += used / 4 * 3;
+      }
+#endif
       while (e - p >= 8) {
         const std::uint32_t w1 = placed(p), w2 = placed(p + 4);
         if ((w1 | w2) & kCarefulMask) break;
@@ -131,9 +179,9 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
 }
 
 // Output room for decoding n more characters: a group may be carried in from the line before,
-// and the four-byte stores need one byte beyond the last.
+// and the wide stores write up to four bytes beyond the last.
 std::size_t roomFor(std::size_t n) {
-  return n / 4 * 3 + 3 + 1;
+  return n / 4 * 3 + 3 + 4;
 }
 
 }  // namespace

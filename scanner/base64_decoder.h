@@ -25,6 +25,7 @@ class Base64 : public Interface {
   bool nextByte(unsigned char& byte) override;
   bool feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out) override;
   void endOfInput() override;
+  bool takesRuns() const override { return true; }
 
   // The same byte rules over one text (an encoded word); complaints are dropped.
   [[nodiscard]] static std::string decode(std::string_view text);

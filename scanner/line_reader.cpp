@@ -52,13 +52,13 @@ bool LineReader::refill() {
     begin_ = 0;
   }
   if (end_ == buffer_.size()) return false;
-  const std::size_t n = readSource(buffer_.data() + end_, buffer_.size() - end_);
-  if (n == 0) {
-    eof_ = true;
-    return false;
-  }
+  const std::size_t wanted = buffer_.size() - end_;
+  const std::size_t n = readSource(buffer_.data() + end_, wanted);
   end_ += n;
-  return true;
+  // A message file is a regular file: a short read is its end, so a small message costs one
+  // read, not two.
+  if (n < wanted) eof_ = true;
+  return n > 0;
 }
 
 bool LineReader::next(std::string_view& line) {
@@ -158,6 +158,28 @@ bool LineReader::skip(std::string_view& head, std::size_t keep, bool& hasBytes) 
       return true;
     }
   }
+}
+
+std::string_view LineReader::linesAhead(char first) {
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const char* const b = buffer_.data() + begin_;
+    const char* last = buffer_.data() + end_;
+    while (last > b && last[-1] != '\n') --last;
+    if (last > b) {
+      if (*b == first) return {};
+      for (const char* p = b;
+           (p = static_cast<const char*>(std::memchr(p, first, static_cast<size_t>(last - p))));
+           ++p) {
+        if (p[-1] == '\n') {
+          last = p;
+          break;
+        }
+      }
+      return std::string_view(b, static_cast<std::size_t>(last - b));
+    }
+    if (!refill()) return {};
+  }
+  return {};
 }
 
 bool LineReader::seek(std::int64_t position) {

@@ -34,6 +34,12 @@ class LineReader : private kvs::noncopyable {
   // The next line, keeping only its first `keep` bytes in `head`; `hasBytes` tells whether the
   // line held any byte at all. Never holds more than `keep` bytes of a long line.
   bool skip(std::string_view& head, std::size_t keep, bool& hasBytes);
+  // The complete lines next in the buffer, up to the first that begins with `first`: a run to
+  // consume whole, or empty when there is none (the next line begins so, does not fit in the
+  // buffer, or the input has ended); then read line by line.
+  std::string_view linesAhead(char first);
+  void consume(std::size_t bytes) { begin_ += bytes; }
+
   // Whether the line just read ended with a line feed (false only for a last line without one).
   [[nodiscard]] bool hadNewline() const { return hadNewline_; }
 

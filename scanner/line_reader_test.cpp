@@ -121,6 +121,39 @@ TEST(LineReader, NextAndSkipInterleave) {
   EXPECT_FALSE(reader.next(view));
 }
 
+TEST(LineReader, RunsOfLinesStopBeforeALineBeginningSo) {
+  const std::string input = "ab\ncd\n-x\nef\r\ngh-\n--\nlast";
+  for (std::size_t block : kBlocks) {
+    LineReader reader(block);
+    reader.openMemory(input);
+    // Runs and single lines, read alternately, must see every byte once and in order.
+    std::string seen;
+    std::string_view view;
+    for (;;) {
+      const std::string_view run = reader.linesAhead('-');
+      if (!run.empty()) {
+        EXPECT_EQ(run.back(), '\n');
+        EXPECT_EQ(std::string(run).find("\n-"), std::string::npos) << "block " << block;
+        seen += "[" + std::string(run) + "]";
+        reader.consume(run.size());
+        continue;
+      }
+      if (!reader.next(view)) break;
+      seen += std::string(view) + "|";
+    }
+    if (block >= 16) {
+      EXPECT_EQ(seen, "[ab\ncd\n]-x|[ef\r\ngh-\n]--|last|");
+    } else {
+      // Small blocks hold fewer lines at a time; the lines are the same (a run keeps its CRs).
+      std::string flat;
+      for (char c : seen) {
+        if (c != '[' && c != ']' && c != '\r') flat += c == '|' ? '\n' : c;
+      }
+      EXPECT_EQ(flat, "ab\ncd\n-x\nef\ngh-\n--\nlast\n") << "block " << block;
+    }
+  }
+}
+
 TEST(LineReader, MissingFileDoesNotOpen) {
   LineReader reader;
   EXPECT_FALSE(reader.open("no/such/file.msg"));

@@ -24,11 +24,14 @@ void Interface::complain(const std::string& text, bool counted) {
 
 bool Interface::isSentinel(std::string_view line) const {
   // A body without boundary has no boundary line: it runs to the end of the file.
-  return !sentinel_.empty() && kvs::startsWithIgnoreCase(line, sentinel_);
+  // The first byte is "-" in every sentinel: most lines are settled by it.
+  return !sentinel_.empty() && !line.empty() && line[0] == sentinel_[0] &&
+         kvs::startsWithIgnoreCase(line, sentinel_);
 }
 
 bool Interface::isParentSentinel(std::string_view line) const {
-  return hasParent_ && !parentSentinel_.empty() && kvs::startsWithIgnoreCase(line, parentSentinel_);
+  return hasParent_ && !parentSentinel_.empty() && !line.empty() && line[0] == parentSentinel_[0] &&
+         kvs::startsWithIgnoreCase(line, parentSentinel_);
 }
 
 bool Interface::fetchLine() {
@@ -127,7 +130,19 @@ void Skipper::skipBody(bool& emptyBody, std::size_t keep, Interface* decoder,
 
 void Skipper::captureBody(bool& emptyBody, Interface* decoder, scanner::ImageBuffer& image) {
   bool decoding = true;
-  while (fetchLine()) {
+  const bool runs = decoder != nullptr && decoder->takesRuns();
+  for (;;) {
+    // Once the message has body text, whole runs of lines that cannot be boundary lines (they
+    // do not begin with "-") go to a decoder that ignores line ends, without a stop per line.
+    if (runs && decoding && !emptyBody) {
+      const std::string_view run = in_.linesAhead('-');
+      if (!run.empty()) {
+        decoding = decoder->feedLine(run, false, image);
+        in_.consume(run.size());
+        continue;
+      }
+    }
+    if (!fetchLine()) break;
     if (!raw_.empty()) emptyBody = false;
     if (decoding) {
       decoding = decoder != nullptr ? decoder->feedLine(raw_, rawNewline_, image)

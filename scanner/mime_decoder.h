@@ -41,6 +41,8 @@ class Interface : private kvs::noncopyable {
   // Decodes one raw body line (followed by a line feed if `newline`) into `out`; false once the
   // decoding has ended and further lines would change nothing. The base takes bytes as they are.
   virtual bool feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out);
+  // Whether line ends mean nothing to this decoder, so that many lines may come as one run.
+  virtual bool takesRuns() const { return false; }
   // The body has no further line: complaints about what was cut short.
   virtual void endOfInput() {}
   // Decodes the rest of the body from the stream into `out`, a whole line at a time.
