@@ -115,7 +115,11 @@ __attribute__((target("ssse3"))) std::size_t decodeBlocks(const unsigned char* p
   return used;
 }
 
-const bool kHaveSsse3 = __builtin_cpu_supports("ssse3");
+// Static initialisation may run before the runtime has looked at the CPU: ask it to first.
+const bool kHaveSsse3 = [] {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("ssse3") != 0;
+}();
 #endif
 
 const char kIllegalText[] = "Found illegal character in base64 stream. Resuming to next.";
