@@ -13,32 +13,13 @@
 
 #include "kvs/log.h"
 #include "scanner/attachment_filter.h"
+#include "tests/scanner_support.h"
 
 namespace {
 
 using Set = std::set<std::string>;
 
-class TempFiles {
- public:
-  TempFiles() {
-    std::random_device seed;
-    dir_ = std::filesystem::temp_directory_path() /
-           ("velmora-scanner-" + std::to_string(seed()) + std::to_string(seed()));
-    std::filesystem::create_directories(dir_);
-  }
-  ~TempFiles() {
-    std::error_code ignored;
-    std::filesystem::remove_all(dir_, ignored);
-  }
-  std::string write(const std::string& name, const std::string& bytes) {
-    const auto path = (dir_ / name).string();
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
-  }
-
- private:
-  std::filesystem::path dir_;
-};
+using TempFiles = scanner_support::TempDir;
 
 std::string dataDir() {
   return std::string(VELMORA_SOURCE_DIR) + "/tests/data/messages/";

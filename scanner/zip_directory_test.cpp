@@ -9,63 +9,21 @@
 #include <string>
 #include <vector>
 
+#include "tests/zip_image.h"
+
 namespace {
 
 using scanner::readZipDirectory;
 using scanner::storedNameExtension;
 
-void put16(std::string& s, std::uint32_t v) {
-  s.push_back(static_cast<char>(v & 0xFF));
-  s.push_back(static_cast<char>((v >> 8) & 0xFF));
-}
-void put32(std::string& s, std::uint32_t v) {
-  put16(s, v & 0xFFFF);
-  put16(s, v >> 16);
-}
-void patch16(std::string& s, std::size_t at, std::uint32_t v) {
-  s[at] = static_cast<char>(v & 0xFF);
-  s[at + 1] = static_cast<char>((v >> 8) & 0xFF);
-}
+using zip_image::patch16;
+using zip_image::put16;
+using zip_image::put32;
+using Entry = zip_image::ZipEntry;
+using Image = zip_image::ZipImage;
 
-struct Entry {
-  std::string name;
-  std::uint16_t flags = 0;
-};
-
-struct Image {
-  std::string bytes;
-  std::size_t directory = 0;
-  std::size_t end = 0;
-};
-
-// A local header, the central directory (with extra fields and comments to step over) and the
-// end record.
 Image image(const std::vector<Entry>& entries, const std::string& comment = "") {
-  Image z;
-  put32(z.bytes, 0x04034b50);
-  z.bytes.append(26, '\0');
-  z.directory = z.bytes.size();
-  for (const auto& e : entries) {
-    put32(z.bytes, 0x02014b50);
-    put32(z.bytes, 0x00140014);
-    put16(z.bytes, e.flags);
-    z.bytes.append(18, 'h');
-    put16(z.bytes, static_cast<std::uint32_t>(e.name.size()));
-    put16(z.bytes, 4);
-    put16(z.bytes, 1);
-    z.bytes.append(12, 'h');
-    z.bytes += e.name + "xxxxc";
-  }
-  z.end = z.bytes.size();
-  put32(z.bytes, 0x06054b50);
-  put32(z.bytes, 0);
-  put16(z.bytes, static_cast<std::uint32_t>(entries.size()));
-  put16(z.bytes, static_cast<std::uint32_t>(entries.size()));
-  put32(z.bytes, static_cast<std::uint32_t>(z.end - z.directory));
-  put32(z.bytes, static_cast<std::uint32_t>(z.directory));
-  put16(z.bytes, static_cast<std::uint32_t>(comment.size()));
-  z.bytes += comment;
-  return z;
+  return zip_image::zipImage(entries, {}, comment);
 }
 
 using Set = std::set<std::string>;
@@ -115,13 +73,13 @@ TEST(ZipDirectory, BrokenDirectories) {
     Set extensions;
   } cases[] = {
       {"more entries counted than there are",
-       [](Image& z) { patch16(z.bytes, z.end + 8, 3); },
+       [](Image& z) { patch16(z.bytes, z.endRecord + 8, 3); },
        {"exe", "txt"}},
       {"a wrong signature ends the walk, keeping what came before",
        [](Image& z) { z.bytes[z.directory + 46 + 5 + 5 + 1] = 'Q'; },
        {"exe"}},
       {"directory offset beyond the image",
-       [](Image& z) { patch16(z.bytes, z.end + 18, 0xFFFF); },
+       [](Image& z) { patch16(z.bytes, z.endRecord + 18, 0xFFFF); },
        {}},
       {"a header cut by the end of the image",
        [](Image& z) {
@@ -140,9 +98,9 @@ TEST(ZipDirectory, BrokenDirectories) {
       {"a name reaching beyond the image",
        [](Image& z) { patch16(z.bytes, z.directory + 28, 0xFFF0); },
        {}},
-      {"no end record", [](Image& z) { z.bytes.resize(z.end); }, {}},
+      {"no end record", [](Image& z) { z.bytes.resize(z.endRecord); }, {}},
       {"an end record cut before its directory offset is complete",
-       [](Image& z) { z.bytes.resize(z.end + 19); },
+       [](Image& z) { z.bytes.resize(z.endRecord + 19); },
        {}},
   };
   for (const auto& c : cases) {
@@ -165,7 +123,7 @@ TEST(ZipDirectory, EndRecordIsTheLastSignature) {
   // And an earlier signature-like run does not hide the real record behind it.
   auto early = image({{"b.txt"}});
   early.bytes.insert(30, std::string("PK\x05\x06", 4));
-  patch16(early.bytes, early.end + 4 + 16, static_cast<std::uint32_t>(early.directory + 4));
+  patch16(early.bytes, early.endRecord + 4 + 16, static_cast<std::uint32_t>(early.directory + 4));
   r = readZipDirectory(early.bytes);
   EXPECT_FALSE(r.corrupted);
   EXPECT_EQ(r.extensions, Set{"txt"});
@@ -174,7 +132,7 @@ TEST(ZipDirectory, EndRecordIsTheLastSignature) {
 
 TEST(ZipDirectory, ZeroEntriesWalkNothing) {
   auto z = image({{"a.exe"}});
-  patch16(z.bytes, z.end + 8, 0);
+  patch16(z.bytes, z.endRecord + 8, 0);
   const auto r = readZipDirectory(z.bytes);
   EXPECT_TRUE(r.extensions.empty());
   EXPECT_FALSE(r.corrupted);

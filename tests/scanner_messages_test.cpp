@@ -119,10 +119,10 @@ TEST(ScannerMessages, FailedRequestsLeaveNoTrace) {
 
 // ZIP attachments, built here: each case names its archive, how the part carries it, and the
 // answer.
-using scanner_support::patch16;
-using scanner_support::patch32;
 using scanner_support::ZipEntry;
 using scanner_support::zipImage;
+using zip_image::patch16;
+using zip_image::patch32;
 
 enum class Carry { Base64, QuotedPrintable, AsIs };
 
@@ -169,10 +169,9 @@ std::vector<ZipCase> zipCases() {
   cases.push_back({"as is", carried(asIsImage(), Carry::AsIs, "a.zip"), twoFound});
   cases.push_back({"zipx is inspected too", carried(plain, Carry::Base64, "data.ZIPX"),
                    addHeader({"zip/exe", "zip/txt", "zipx"})});
-  cases.push_back(
-      {"encrypted entry",
-       carried(zipImage({{"secret.doc", true}, {"b.txt"}}).bytes, Carry::Base64, "a.zip"),
-       addHeader({"zip", "zip.pw", "zip/doc", "zip/txt"})});
+  cases.push_back({"encrypted entry",
+                   carried(zipImage({{"secret.doc", 1}, {"b.txt"}}).bytes, Carry::Base64, "a.zip"),
+                   addHeader({"zip", "zip.pw", "zip/doc", "zip/txt"})});
   cases.push_back(
       {"stored paths and directories",
        carried(zipImage({{"dir.v2/readme"}, {"docs/"}, {"x."}}).bytes, Carry::Base64, "a.zip"),

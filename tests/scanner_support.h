@@ -13,8 +13,12 @@
 
 #include "kvs/text.h"
 #include "tests/process.h"
+#include "tests/zip_image.h"
 
 namespace scanner_support {
+
+using zip_image::ZipEntry;
+using zip_image::zipImage;
 
 // A directory of its own under the system's temporary directory, removed with the object.
 class TempDir {
@@ -84,75 +88,6 @@ inline std::string addHeader(const std::vector<std::string>& findings, bool empt
   for (const auto& f : findings) text += "X-AttachExt: " + f + "\\e";
   if (emptyBody) text += "X-EmptyBody: YES\\e";
   return "ADDHEADER \"" + text + "X-ExtScanner: Korvantis's Velmora\"";
-}
-
-// ZIP images: one local header per entry (no data), the central directory, the end record.
-struct ZipEntry {
-  std::string name;
-  bool encrypted = false;
-};
-
-inline void put16(std::string& s, std::uint32_t v) {
-  s.push_back(static_cast<char>(v & 0xFF));
-  s.push_back(static_cast<char>((v >> 8) & 0xFF));
-}
-inline void put32(std::string& s, std::uint32_t v) {
-  put16(s, v & 0xFFFF);
-  put16(s, v >> 16);
-}
-
-struct ZipImage {
-  std::string bytes;
-  std::size_t directory = 0;  // where the central directory starts
-  std::size_t endRecord = 0;  // where the end record starts
-};
-
-// `filler` goes between the local headers and the central directory.
-inline ZipImage zipImage(const std::vector<ZipEntry>& entries, const std::string& filler = {}) {
-  ZipImage z;
-  for (const auto& e : entries) {
-    put32(z.bytes, 0x04034b50);
-    put16(z.bytes, 20);
-    put16(z.bytes, e.encrypted ? 1 : 0);
-    z.bytes.append(18, 'x');  // method, times, crc, sizes: never read
-    put16(z.bytes, static_cast<std::uint32_t>(e.name.size()));
-    put16(z.bytes, 0);
-    z.bytes += e.name;
-  }
-  z.bytes += filler;
-  z.directory = z.bytes.size();
-  for (const auto& e : entries) {
-    put32(z.bytes, 0x02014b50);
-    put16(z.bytes, 20);
-    put16(z.bytes, 20);
-    put16(z.bytes, e.encrypted ? 1 : 0);
-    z.bytes.append(18, 'y');  // method, times, crc, sizes
-    put16(z.bytes, static_cast<std::uint32_t>(e.name.size()));
-    put16(z.bytes, 3);       // extra field
-    put16(z.bytes, 2);       // comment
-    z.bytes.append(8, 'z');  // disk, attributes
-    put32(z.bytes, 0);       // local header offset
-    z.bytes += e.name + "EXTcm";
-  }
-  z.endRecord = z.bytes.size();
-  put32(z.bytes, 0x06054b50);
-  put16(z.bytes, 0);
-  put16(z.bytes, 0);
-  put16(z.bytes, static_cast<std::uint32_t>(entries.size()));
-  put16(z.bytes, static_cast<std::uint32_t>(entries.size()));
-  put32(z.bytes, static_cast<std::uint32_t>(z.endRecord - z.directory));
-  put32(z.bytes, static_cast<std::uint32_t>(z.directory));
-  put16(z.bytes, 0);
-  return z;
-}
-
-inline void patch16(std::string& s, std::size_t at, std::uint32_t v) {
-  s[at] = static_cast<char>(v & 0xFF);
-  s[at + 1] = static_cast<char>((v >> 8) & 0xFF);
-}
-inline void patch32(std::string& s, std::size_t at, std::uint32_t v) {
-  patch16(s, at, v & 0xFFFF);
-  patch16(s, at + 2, v >> 16);
 }
 
 // Base64 in lines of 76 characters, each ended by `eol`.
