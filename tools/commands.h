@@ -27,4 +27,7 @@ int runRoute(const Args& args);
 int runCli(const Args& args);
 int runPop3(const Args& args);
 
+// velmora-tool scan FILE...: the header lines the filter would add to each message.
+int scanCommand(const Args& args);
+
 }  // namespace tool

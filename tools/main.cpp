@@ -19,6 +19,7 @@ const Command kCommands[] = {
     {"route", "route an address through the router table", runRoute},
     {"cli", "send one command to the server's CLI and print its answer", runCli},
     {"pop3", "count, fetch or delete messages on a POP3 server", runPop3},
+    {"scan", "the header lines the filter would add to each message file", scanCommand},
     {nullptr, nullptr, nullptr},
 };
 
