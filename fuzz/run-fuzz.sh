@@ -61,5 +61,6 @@ for t in $targets; do
 done
 echo
 echo "$summary"
-ls "$build"/crashes/*/ 2>/dev/null | grep -q . && { echo "saved inputs:"; find "$build/crashes" -type f; }
+saved=$(find "$build/crashes" -type f 2>/dev/null)
+[ -n "$saved" ] && printf 'saved inputs:\n%s\n' "$saved"
 exit $status
