@@ -2,10 +2,12 @@
 // optional worker threads.
 #include "host/helper.h"
 
+#include <algorithm>
+#include <cctype>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
-#include <sstream>
 
 #include "kvs/exception.h"
 #include "kvs/log.h"
@@ -16,7 +18,9 @@
 namespace cgp {
 namespace {
 
-bool isDelimiter(char c) { return c == ' ' || c == '\r' || c == '\n'; }
+bool isDelimiter(char c) {
+  return c == ' ' || c == '\r' || c == '\n';
+}
 
 const char kQuitAnswer[] =
     "\"QUIT command received, filter is shut down. Please restart the filter.\"";
@@ -46,10 +50,18 @@ RequestLine splitRequestLine(const std::string& line) {
 }
 
 int requestNumber(const std::string& text) {
-  std::istringstream in(text);
-  int value = 0;
-  in >> value;  // on overflow the stream stores the largest or smallest value
-  return value;
+  // What `stream >> int` reads: leading whitespace, a sign, digits; no digits give 0, and a
+  // value beyond the range is clamped to the largest or smallest int.
+  std::size_t i = 0;
+  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+  bool negative = false;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+  const std::int64_t limit = negative ? -std::int64_t(INT_MIN) : INT_MAX;
+  std::int64_t value = 0;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    value = std::min<std::int64_t>(value * 10 + (text[i] - '0'), limit);
+  }
+  return static_cast<int>(negative ? -value : value);
 }
 
 Helper::Helper(bool threaded_, const std::string& failureWord)
@@ -57,11 +69,15 @@ Helper::Helper(bool threaded_, const std::string& failureWord)
 
 Helper::~Helper() = default;
 
-int Helper::intf(int) { return 3; }
+int Helper::intf(int) {
+  return 3;
+}
 
 void Helper::onQuit() {}
 
-void Helper::commandLoop() { commandLoop(std::cin); }
+void Helper::commandLoop() {
+  commandLoop(std::cin);
+}
 
 void Helper::commandLoop(std::istream& in) {
   kvs::logline() << "Ready to receive INTF command.";
@@ -71,11 +87,11 @@ void Helper::commandLoop(std::istream& in) {
     if (!std::getline(in, line) && line.empty()) return;
     // Standard input is text: a CR right before the line feed is part of the line end.
     if (!in.eof() && !line.empty() && line.back() == '\r') line.pop_back();
-    handleLine(line);
+    handleRequest(line);
   }
 }
 
-void Helper::handleLine(const std::string& line) {
+void Helper::handleRequest(const std::string& line) {
   const RequestLine r = splitRequestLine(line);
   if (r.id.empty()) {
     kvs::outline() << "(null) FAILURE";
@@ -190,7 +206,9 @@ ExtFilter::ExtFilter(bool threaded_) : Helper(threaded_, "REJECTED") {
 
 ExtFilter::~ExtFilter() = default;
 
-bool ExtFilter::acceptsCommand(const std::string& command) { return command == "file"; }
+bool ExtFilter::acceptsCommand(const std::string& command) {
+  return command == "file";
+}
 
 void ExtFilter::processRequest(int seqID, const std::string&, const std::string& path) {
   if (kvs::platform::pathKind(path) != kvs::platform::PathKind::File) {
@@ -222,16 +240,29 @@ void ExtFilter::processRequest(int seqID, const std::string&, const std::string&
   static const char* const comments[] = {"Accepting message", "Postponing message",
                                          "Rejecting message", "Discarding message",
                                          "Adding Header(s) to message"};
-  kvs::logline(seqID) << comments[code];
-  kvs::outline answer;
-  answer << seqID;
+  // The comment and the answer leave in one write: the pair stays together and the server
+  // is woken once.
+  std::string lines = kvs::formatComment(seqID, {}, comments[code]);
+  lines += std::to_string(seqID);
   switch (code) {
-    case Verdict::OK: answer << " OK"; break;
-    case Verdict::REJECTED: answer << " REJECTED \"" << text << "\""; break;
-    case Verdict::ERROR: answer << " ERROR \"" << text << "\""; break;
-    case Verdict::DISCARD: answer << " DISCARD"; break;
-    default: answer << " ADDHEADER \"" << text << "\""; break;
+    case Verdict::OK:
+      lines += " OK";
+      break;
+    case Verdict::REJECTED:
+      lines += " REJECTED \"" + text + "\"";
+      break;
+    case Verdict::ERROR:
+      lines += " ERROR \"" + text + "\"";
+      break;
+    case Verdict::DISCARD:
+      lines += " DISCARD";
+      break;
+    default:
+      lines += " ADDHEADER \"" + text + "\"";
+      break;
   }
+  lines.push_back('\n');
+  kvs::writeOutput(lines);
 }
 
 }  // namespace cgp
