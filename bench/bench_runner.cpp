@@ -1,9 +1,10 @@
 // velmora-bench: times the velmora program answering whole corpora through one process each run,
 // against the limit of reading the same files in 64 KiB blocks and counting their lines with
-// memchr, and checks the speed and memory targets. POSIX only: it measures the child's peak
-// memory through wait4.
+// memchr, and checks the speed and memory targets. POSIX only (fork, pipes, poll); the peak
+// memory comes from /proc where there is one, from wait4 otherwise.
 //
-//   velmora-bench --velmora PATH --corpora DIR [--runs N] [--only NAME[,NAME...]]
+//   velmora-bench --corpora DIR [--velmora PATH] [--runs N] [--only NAME[,NAME...]]
+// (the velmora of the same build by default)
 //
 // Exits 0 whatever the figures are (the targets are informative); 1 when the harness itself
 // failed: a corpus missing, the program dying, or a request left without an answer.
@@ -19,6 +20,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -121,6 +123,18 @@ void writeAll(int fd, const std::string& bytes, std::atomic<bool>& failed) {
   }
 }
 
+// The peak resident memory of the running program in KiB, 0 where /proc does not tell. Read
+// while the program still runs, because wait4's figure for a child also counts the memory the
+// child shared with this process between fork and exec.
+long residentHighWater(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.starts_with("VmHWM:")) return std::atol(line.c_str() + 6);
+  }
+  return 0;
+}
+
 // One process answers the whole corpus. The clock runs from the start of the process to the
 // last answer; the requests are written by a second thread so that neither pipe can fill up
 // and stall both sides.
@@ -167,6 +181,7 @@ ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
       tally.feed(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
   }
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  const long highWater = failure.empty() ? residentHighWater(pid) : 0;
   // A killed or finished program makes the writer's pipe fail or drain, so the join returns.
   writer.join();
   ::close(toChild[1]);  // end of input: the filter ends
@@ -196,7 +211,8 @@ ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
                   : "the program exited with " + std::to_string(WEXITSTATUS(status));
   }
   if (!failure.empty()) throw HarnessError(corpus.name + ": " + failure);
-  return {seconds, usage.ru_maxrss, tally.differing(), tally.differingExamples()};
+  return {seconds, highWater > 0 ? highWater : usage.ru_maxrss, tally.differing(),
+          tally.differingExamples()};
 }
 
 double median(std::vector<double> values) {
@@ -290,7 +306,7 @@ std::vector<std::string> split(const std::string& list) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  fs::path program, corpora;
+  fs::path program = VELMORA_PROGRAM, corpora;
   int runs = 5;
   std::vector<std::string> names = {"mixed", "small", "zip-heavy"};
   for (int i = 1; i + 1 < argc; i += 2) {
@@ -307,7 +323,8 @@ int main(int argc, char** argv) {
       program.clear(), i = argc;
   }
   if (program.empty() || corpora.empty()) {
-    std::cerr << "usage: velmora-bench --velmora PATH --corpora DIR [--runs N] [--only NAME,...]\n";
+    std::cerr
+        << "usage: velmora-bench --corpora DIR [--velmora PATH] [--runs N] [--only NAME,...]\n";
     return 2;
   }
   // A filter that dies must not take the harness with it through a write to a closed pipe.

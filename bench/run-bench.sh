@@ -7,4 +7,4 @@ build=${1:-build/bench}
 shift || true
 data=${VELMORA_BENCH_DIR:-${TMPDIR:-/tmp}/velmora-bench}
 "$build/bench/velmora-bench-corpus" "$data"
-exec "$build/bench/velmora-bench" --velmora "$build/velmora" --corpora "$data" "$@"
+exec "$build/bench/velmora-bench" --corpora "$data" "$@"
