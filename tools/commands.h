@@ -15,4 +15,7 @@ struct Command {
   int (*run)(const Args& args);
 };
 
+// velmora-tool scan FILE...: the header lines the filter would add to each message.
+int scanCommand(const Args& args);
+
 }  // namespace tool

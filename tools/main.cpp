@@ -11,6 +11,7 @@ namespace {
 
 // One row per command; each command's file defines its run function.
 const Command kCommands[] = {
+    {"scan", "the header lines the filter would add to each message file", scanCommand},
     {nullptr, nullptr, nullptr},
 };
 
