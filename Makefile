@@ -1,5 +1,5 @@
 # The commands people type. The real build is CMake (CMakePresets.json).
-.PHONY: all release debug test demo bench format clean deps
+.PHONY: all release debug test demo bench format clean deps package
 
 all: release
 
@@ -25,6 +25,9 @@ bench:
 	@cmake --preset bench >/dev/null
 	@cmake --build --preset bench
 	@bench/run-bench.sh build/bench
+
+package: release
+	@cd build/release && cpack
 
 format:
 	@git ls-files '*.cpp' '*.h' '*.inc' | xargs clang-format -i

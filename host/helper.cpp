@@ -16,7 +16,9 @@
 namespace cgp {
 namespace {
 
-bool isDelimiter(char c) { return c == ' ' || c == '\r' || c == '\n'; }
+bool isDelimiter(char c) {
+  return c == ' ' || c == '\r' || c == '\n';
+}
 
 const char kQuitAnswer[] =
     "\"QUIT command received, filter is shut down. Please restart the filter.\"";
@@ -57,11 +59,15 @@ Helper::Helper(bool threaded_, const std::string& failureWord)
 
 Helper::~Helper() = default;
 
-int Helper::intf(int) { return 3; }
+int Helper::intf(int) {
+  return 3;
+}
 
 void Helper::onQuit() {}
 
-void Helper::commandLoop() { commandLoop(std::cin); }
+void Helper::commandLoop() {
+  commandLoop(std::cin);
+}
 
 void Helper::commandLoop(std::istream& in) {
   kvs::logline() << "Ready to receive INTF command.";
@@ -71,11 +77,11 @@ void Helper::commandLoop(std::istream& in) {
     if (!std::getline(in, line) && line.empty()) return;
     // Standard input is text: a CR right before the line feed is part of the line end.
     if (!in.eof() && !line.empty() && line.back() == '\r') line.pop_back();
-    handleLine(line);
+    handleRequest(line);
   }
 }
 
-void Helper::handleLine(const std::string& line) {
+void Helper::handleRequest(const std::string& line) {
   const RequestLine r = splitRequestLine(line);
   if (r.id.empty()) {
     kvs::outline() << "(null) FAILURE";
@@ -190,7 +196,9 @@ ExtFilter::ExtFilter(bool threaded_) : Helper(threaded_, "REJECTED") {
 
 ExtFilter::~ExtFilter() = default;
 
-bool ExtFilter::acceptsCommand(const std::string& command) { return command == "file"; }
+bool ExtFilter::acceptsCommand(const std::string& command) {
+  return command == "file";
+}
 
 void ExtFilter::processRequest(int seqID, const std::string&, const std::string& path) {
   if (kvs::platform::pathKind(path) != kvs::platform::PathKind::File) {
@@ -226,11 +234,21 @@ void ExtFilter::processRequest(int seqID, const std::string&, const std::string&
   kvs::outline answer;
   answer << seqID;
   switch (code) {
-    case Verdict::OK: answer << " OK"; break;
-    case Verdict::REJECTED: answer << " REJECTED \"" << text << "\""; break;
-    case Verdict::ERROR: answer << " ERROR \"" << text << "\""; break;
-    case Verdict::DISCARD: answer << " DISCARD"; break;
-    default: answer << " ADDHEADER \"" << text << "\""; break;
+    case Verdict::OK:
+      answer << " OK";
+      break;
+    case Verdict::REJECTED:
+      answer << " REJECTED \"" << text << "\"";
+      break;
+    case Verdict::ERROR:
+      answer << " ERROR \"" << text << "\"";
+      break;
+    case Verdict::DISCARD:
+      answer << " DISCARD";
+      break;
+    default:
+      answer << " ADDHEADER \"" << text << "\"";
+      break;
   }
 }
 

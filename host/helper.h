@@ -58,6 +58,9 @@ class Helper : private kvs::noncopyable {
   void commandLoop();
   void commandLoop(std::istream& in);
 
+  // Answers one request line (what commandLoop does with each line it reads).
+  void handleRequest(const std::string& line);
+
   // The request processing routine: a worker's entry in threaded mode.
   static void processCall(kvs::ptr<CallData> callData);
 
@@ -75,7 +78,6 @@ class Helper : private kvs::noncopyable {
   std::string failurePrefix;
 
  private:
-  void handleLine(const std::string& line);
   bool quitReceived_ = false;
 };
 

@@ -11,14 +11,13 @@ namespace kvs {
 namespace {
 
 // Sunday's full form is deliberately the three letters "Sun".
-const char* const kWeekdays[14] = {"Sun", "Mon",    "Tue",     "Wed",       "Thu",
-                                   "Fri", "Sat",    "Sun",     "Monday",    "Tuesday",
+const char* const kWeekdays[14] = {"Sun",       "Mon",      "Tue",    "Wed",     "Thu",
+                                   "Fri",       "Sat",      "Sun",    "Monday",  "Tuesday",
                                    "Wednesday", "Thursday", "Friday", "Saturday"};
-const char* const kMonths[24] = {"Jan",     "Feb",      "Mar",       "Apr",     "May",
-                                 "Jun",     "Jul",      "Aug",       "Sep",     "Oct",
-                                 "Nov",     "Dec",      "January",   "February", "March",
-                                 "April",   "May",      "June",      "July",    "August",
-                                 "September", "October", "November", "December"};
+const char* const kMonths[24] = {
+    "Jan", "Feb",  "Mar",  "Apr",    "May",       "Jun",      "Jul",      "Aug",
+    "Sep", "Oct",  "Nov",  "Dec",    "January",   "February", "March",    "April",
+    "May", "June", "July", "August", "September", "October",  "November", "December"};
 
 struct Tables {
   std::map<std::string, int, std::less<>> weekdays;
@@ -87,8 +86,12 @@ Date fromTm(const std::tm& tm) {
 
 }  // namespace
 
-const char* weekdayName(int index) { return index >= 0 && index < 14 ? kWeekdays[index] : ""; }
-const char* monthName(int index) { return index >= 0 && index < 24 ? kMonths[index] : ""; }
+const char* weekdayName(int index) {
+  return index >= 0 && index < 14 ? kWeekdays[index] : "";
+}
+const char* monthName(int index) {
+  return index >= 0 && index < 24 ? kMonths[index] : "";
+}
 
 bool zoneOffset(std::string_view name, std::int32_t& offset) {
   const auto& zones = tables().zones;
@@ -122,7 +125,9 @@ Date Date::fromUtc(std::time_t t) {
   return d;
 }
 
-Date Date::now() { return fromLocal(std::time(nullptr)); }
+Date Date::now() {
+  return fromLocal(std::time(nullptr));
+}
 
 std::string Date::format(std::string_view pattern) const {
   // Pattern letters become private marker bytes first, so that names inserted later (May,
@@ -131,14 +136,29 @@ std::string Date::format(std::string_view pattern) const {
   s.reserve(pattern.size());
   for (char c : pattern) {
     switch (c) {
-      case 'Y': s.push_back('\x01'); break;
-      case 'M': s.push_back('\x02'); break;
-      case 'D': s.push_back('\x03'); break;
-      case 'h': s.push_back('\x04'); break;
-      case 'm': s.push_back('\x05'); break;
-      case 's': s.push_back('\x06'); break;
-      case 'w': s.push_back('\x07'); break;
-      default: s.push_back(c);
+      case 'Y':
+        s.push_back('\x01');
+        break;
+      case 'M':
+        s.push_back('\x02');
+        break;
+      case 'D':
+        s.push_back('\x03');
+        break;
+      case 'h':
+        s.push_back('\x04');
+        break;
+      case 'm':
+        s.push_back('\x05');
+        break;
+      case 's':
+        s.push_back('\x06');
+        break;
+      case 'w':
+        s.push_back('\x07');
+        break;
+      default:
+        s.push_back(c);
     }
   }
   const int fullYear = 1900 + year;
@@ -164,7 +184,9 @@ std::string Date::format(std::string_view pattern) const {
   return s;
 }
 
-std::string Date::rfc822() const { return format("w, D MMM YYYY hh:mm:ss") + " GMT"; }
+std::string Date::rfc822() const {
+  return format("w, D MMM YYYY hh:mm:ss") + " GMT";
+}
 
 Date Date::parse(std::string_view text) {
   const Tables& t = tables();

@@ -12,10 +12,10 @@ struct Date {
   std::int32_t seconds = 0;
   std::int32_t minutes = 0;
   std::int32_t hours = 0;
-  std::int32_t day = 1;     // 1-31
-  std::int32_t month = 0;   // 0-11
-  std::int32_t year = 70;   // years since 1900
-  std::int32_t weekday = 4; // 0 = Sunday
+  std::int32_t day = 1;      // 1-31
+  std::int32_t month = 0;    // 0-11
+  std::int32_t year = 70;    // years since 1900
+  std::int32_t weekday = 4;  // 0 = Sunday
   bool valid = false;
   // Set by parse(): the zone offset written in the text (seconds east of GMT) and the instant
   // the text stands for.

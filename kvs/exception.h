@@ -26,21 +26,21 @@ class Exception : public std::exception {
 };
 
 // A class whose default message is its own name.
-#define KVS_NAMED_EXCEPTION(Name, Base)                                             \
-  class Name : public Base {                                                        \
-   public:                                                                          \
-    Name() : Base(std::string(#Name)) {}                                            \
+#define KVS_NAMED_EXCEPTION(Name, Base)                                                  \
+  class Name : public Base {                                                             \
+   public:                                                                               \
+    Name() : Base(std::string(#Name)) {}                                                 \
     explicit Name(std::string message, int code = 0) : Base(std::move(message), code) {} \
-    ~Name() override = default;                                                     \
+    ~Name() override = default;                                                          \
   }
 
 // A class whose message is always given by the thrower.
-#define KVS_GIVEN_EXCEPTION(Name, Base)                                             \
-  class Name : public Base {                                                        \
-   public:                                                                          \
-    Name() = default;                                                               \
+#define KVS_GIVEN_EXCEPTION(Name, Base)                                                  \
+  class Name : public Base {                                                             \
+   public:                                                                               \
+    Name() = default;                                                                    \
     explicit Name(std::string message, int code = 0) : Base(std::move(message), code) {} \
-    ~Name() override = default;                                                     \
+    ~Name() override = default;                                                          \
   }
 
 KVS_NAMED_EXCEPTION(SocketException, Exception);

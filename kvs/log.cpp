@@ -66,7 +66,9 @@ void end_line::apply(std::ostream& stream) const {
   if (auto* line = dynamic_cast<ostream_base*>(&stream)) line->end();
 }
 
-outline::~outline() { end(); }
+outline::~outline() {
+  end();
+}
 
 void outline::end() {
   if (ended_) return;
@@ -77,7 +79,9 @@ void outline::end() {
   writeOutput(text);
 }
 
-logline::~logline() { end(); }
+logline::~logline() {
+  end();
+}
 
 void logline::end() {
   if (ended_) return;

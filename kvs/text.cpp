@@ -128,7 +128,9 @@ std::string_view trimLeft(std::string_view text) {
   return text.substr(i);
 }
 
-std::string_view trim(std::string_view text) { return trimLeft(trimRight(text)); }
+std::string_view trim(std::string_view text) {
+  return trimLeft(trimRight(text));
+}
 
 std::string base64Encode(std::string_view bytes, bool modified) {
   const char* alphabet = kStandardAlphabet;
@@ -236,8 +238,8 @@ std::string utf7Decode(std::string_view utf7) {
       continue;
     }
     for (std::size_t k = 0; k < units.size(); k += 2) {
-      std::uint32_t u = (static_cast<unsigned char>(units[k]) << 8) |
-                        static_cast<unsigned char>(units[k + 1]);
+      std::uint32_t u =
+          (static_cast<unsigned char>(units[k]) << 8) | static_cast<unsigned char>(units[k + 1]);
       if (u >= 0xD800 && u <= 0xDBFF && k + 3 < units.size()) {
         const std::uint32_t low = (static_cast<unsigned char>(units[k + 2]) << 8) |
                                   static_cast<unsigned char>(units[k + 3]);
@@ -270,13 +272,25 @@ std::string escapeString(std::string_view text) {
   out.reserve(text.size() + 8);
   for (char ch : text) {
     switch (ch) {
-      case '\\': out += "\\\\"; break;
-      case '\r': break;
-      case '\n': out += "\\e"; break;
-      case '\t': out += "\\t"; break;
-      case '"': out += "\\\""; break;
-      case '\0': out += "\\0"; break;
-      default: out.push_back(ch);
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\r':
+        break;
+      case '\n':
+        out += "\\e";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\0':
+        out += "\\0";
+        break;
+      default:
+        out.push_back(ch);
     }
   }
   return out;

@@ -25,18 +25,34 @@ extern const std::array<std::uint8_t, 256> kCharClass;
 // belong to the table; the Latin-1 capitals 192-222 are not folded.
 extern const std::array<unsigned char, 256> kLowerTable;
 
-[[nodiscard]] inline bool isSpace(unsigned char c) { return kCharClass[c] & kSpace; }
-[[nodiscard]] inline bool isDigit(unsigned char c) { return kCharClass[c] & kDigit; }
-[[nodiscard]] inline bool isUpper(unsigned char c) { return kCharClass[c] & kUpper; }
-[[nodiscard]] inline bool isLower(unsigned char c) { return kCharClass[c] & kLower; }
-[[nodiscard]] inline bool isAlpha(unsigned char c) { return kCharClass[c] & (kUpper | kLower); }
+[[nodiscard]] inline bool isSpace(unsigned char c) {
+  return kCharClass[c] & kSpace;
+}
+[[nodiscard]] inline bool isDigit(unsigned char c) {
+  return kCharClass[c] & kDigit;
+}
+[[nodiscard]] inline bool isUpper(unsigned char c) {
+  return kCharClass[c] & kUpper;
+}
+[[nodiscard]] inline bool isLower(unsigned char c) {
+  return kCharClass[c] & kLower;
+}
+[[nodiscard]] inline bool isAlpha(unsigned char c) {
+  return kCharClass[c] & (kUpper | kLower);
+}
 [[nodiscard]] inline bool isAlnum(unsigned char c) {
   return kCharClass[c] & (kUpper | kLower | kDigit);
 }
-[[nodiscard]] inline bool isXDigit(unsigned char c) { return kCharClass[c] & kHex; }
-[[nodiscard]] inline bool isPunct(unsigned char c) { return kCharClass[c] & kPunct; }
+[[nodiscard]] inline bool isXDigit(unsigned char c) {
+  return kCharClass[c] & kHex;
+}
+[[nodiscard]] inline bool isPunct(unsigned char c) {
+  return kCharClass[c] & kPunct;
+}
 
-[[nodiscard]] inline unsigned char toLower(unsigned char c) { return kLowerTable[c]; }
+[[nodiscard]] inline unsigned char toLower(unsigned char c) {
+  return kLowerTable[c];
+}
 [[nodiscard]] std::string toLower(std::string_view text);
 void toLowerInPlace(std::string& text);
 
@@ -67,7 +83,9 @@ void toLowerInPlace(std::string& text);
 // Each byte as two lower-case hexadecimal digits, no separators.
 [[nodiscard]] std::string hex(std::string_view bytes);
 
-[[nodiscard]] inline const char* boolText(bool value) { return value ? "true" : "false"; }
+[[nodiscard]] inline const char* boolText(bool value) {
+  return value ? "true" : "false";
+}
 
 // The dataset string escapes, without quotes: backslash doubled, CR dropped, LF as "\e", tab as
 // "\t", double quote as "\"", and a byte of value 0 as "\0" (never a raw NUL on the wire).

@@ -111,7 +111,11 @@ std::vector<std::string> tool(const std::vector<std::string>& args) {
   return argv;
 }
 
-std::string sourceDir() { return VELMORA_SOURCE_DIR; }
-std::string corpusDir() { return std::string(VELMORA_SOURCE_DIR) + "/../shared/corpus"; }
+std::string sourceDir() {
+  return VELMORA_SOURCE_DIR;
+}
+std::string corpusDir() {
+  return std::string(VELMORA_SOURCE_DIR) + "/../shared/corpus";
+}
 
 }  // namespace testing_process

@@ -9,8 +9,8 @@ namespace testing_process {
 struct Result {
   std::string out;
   std::string err;
-  int exitCode = -1;    // the exit status when the child exited normally
-  int signal = 0;       // the signal that ended it, 0 if none
+  int exitCode = -1;  // the exit status when the child exited normally
+  int signal = 0;     // the signal that ended it, 0 if none
   bool timedOut = false;
 };
 

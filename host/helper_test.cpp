@@ -1,0 +1,244 @@
+// The engine: request-line splitting, request numbers, the command loop over a stream, and the
+// threaded mode under real concurrency.
+#include "host/helper.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "kvs/log.h"
+
+namespace {
+
+std::mutex capturedLock;
+std::vector<std::string> writes;  // one element per write to standard output
+
+void capture(std::string_view text) {
+  std::lock_guard<std::mutex> lock(capturedLock);
+  writes.emplace_back(text);
+}
+
+std::string transcript() {
+  std::lock_guard<std::mutex> lock(capturedLock);
+  std::string all;
+  for (const auto& w : writes) all += w;
+  return all;
+}
+
+std::size_t countLines(const std::string& needle) {
+  std::lock_guard<std::mutex> lock(capturedLock);
+  std::size_t n = 0;
+  for (const auto& w : writes) n += w == needle ? 1 : 0;
+  return n;
+}
+
+class Captured : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    {
+      std::lock_guard<std::mutex> lock(capturedLock);
+      writes.clear();
+    }
+    kvs::resetRepeatTable();
+    previous_ = kvs::setOutputWriter(capture);
+    file_ = (std::filesystem::temp_directory_path() /
+             ("velmora-helper-test-" + std::to_string(reinterpret_cast<std::uintptr_t>(this))))
+                .string();
+    std::ofstream(file_) << "Subject: x\n\nbody\n";
+  }
+  void TearDown() override {
+    kvs::setOutputWriter(previous_);
+    std::filesystem::remove(file_);
+  }
+  kvs::OutputWriter previous_ = nullptr;
+  std::string file_;
+};
+
+TEST(SplitRequestLine, Fields) {
+  struct Row {
+    const char* line;
+    const char* id;
+    const char* command;
+    const char* parameter;
+  };
+  const Row rows[] = {
+      {"7 FILE Queue/1.msg", "7", "file", "Queue/1.msg"},
+      {"7 File Queue/a b.msg", "7", "file", "Queue/a b.msg"},
+      {"  7   file   path with  blanks  ", "7", "file", "path with  blanks  "},
+      {"7\rFILE\rx", "7", "file", "x"},
+      {"7", "7", "", ""},
+      {"", "", "", ""},
+      {"   ", "", "", ""},
+      {"Ab QuIt", "Ab", "quit", ""},
+      {"1 \x8A\xD7\xC0", "1", "\x9A\xD0\xC0", ""},
+      {"1 X\xFF\x9F", "1", "x\xDF\xFF", ""},
+  };
+  for (const Row& r : rows) {
+    const cgp::RequestLine split = cgp::splitRequestLine(r.line);
+    EXPECT_EQ(split.id, r.id) << r.line;
+    EXPECT_EQ(split.command, r.command) << r.line;
+    EXPECT_EQ(split.parameter, r.parameter) << r.line;
+  }
+}
+
+TEST(RequestNumber, StreamExtraction) {
+  const std::pair<const char*, int> rows[] = {
+      {"12abc", 12},
+      {"00", 0},
+      {"0", 0},
+      {"abc", 0},
+      {"-5", -5},
+      {"+7", 7},
+      {"2147483647", INT_MAX},
+      {"99999999999", INT_MAX},
+      {"-99999999999", INT_MIN},
+  };
+  for (const auto& [text, n] : rows) EXPECT_EQ(cgp::requestNumber(text), n) << text;
+}
+
+// Answers every message with ADDHEADER and one line naming the request.
+class EchoFilter : public cgp::ExtFilter {
+ public:
+  explicit EchoFilter(bool threaded) : cgp::ExtFilter(threaded) {}
+  cgp::Verdict filterMessage(int seqID, const std::string&) override {
+    return {cgp::Verdict::ADDHEADER, {"X-Seen: " + std::to_string(seqID)}};
+  }
+  int intfCalls = 0;
+  int lastVersion = -1;
+  int intf(int version) override {
+    ++intfCalls;
+    lastVersion = version;
+    return cgp::ExtFilter::intf(version);
+  }
+};
+
+TEST_F(Captured, LoopOverAStreamWithImplicitIntf) {
+  EchoFilter filter(false);
+  std::istringstream in("5 FILE " + file_ + "\r\n6 intf 9\n7 key");
+  filter.commandLoop(in);
+  EXPECT_EQ(filter.intfCalls, 2);
+  EXPECT_EQ(filter.lastVersion, 9);
+  EXPECT_EQ(transcript(),
+            "* Ready to receive INTF command.\n"
+            "* [5] Adding Header(s) to message\n"
+            "5 ADDHEADER \"X-Seen: 5\"\n"
+            "6 INTF 3\n"
+            "7 OK\n");
+}
+
+TEST_F(Captured, NonThreadedModeWritesNoThreadComments) {
+  EchoFilter filter(false);
+  for (int i = 1; i <= 3; ++i) filter.handleRequest(std::to_string(i) + " FILE " + file_);
+  EXPECT_EQ(transcript(),
+            "* [1] Adding Header(s) to message\n1 ADDHEADER \"X-Seen: 1\"\n"
+            "* [2] Adding Header(s) to message\n2 ADDHEADER \"X-Seen: 2\"\n"
+            "* [3] Adding Header(s) to message\n3 ADDHEADER \"X-Seen: 3\"\n");
+}
+
+// Blocks every message until released; counts how many calls ever overlapped.
+class BlockingFilter : public cgp::ExtFilter {
+ public:
+  BlockingFilter() : cgp::ExtFilter(true) {}
+  cgp::Verdict filterMessage(int seqID, const std::string&) override {
+    if (++inside_ > 1) overlapped_ = true;
+    {
+      std::unique_lock<std::mutex> lock(m_);
+      cv_.wait(lock, [this] { return released_; });
+    }
+    --inside_;
+    return {cgp::Verdict::ADDHEADER, {"X-Done: " + std::to_string(seqID)}};
+  }
+  void release() {
+    std::lock_guard<std::mutex> lock(m_);
+    released_ = true;
+    cv_.notify_all();
+  }
+  bool overlapped() const { return overlapped_; }
+  std::size_t active() { return activeCount(); }
+
+ private:
+  std::mutex m_;
+  std::condition_variable cv_;
+  bool released_ = false;
+  std::atomic<int> inside_{0};
+  std::atomic<bool> overlapped_{false};
+};
+
+// Waits (bounded, so a fault fails instead of hanging) until `done` holds.
+template <class Pred>
+bool eventually(Pred done) {
+  for (int i = 0; i < 2000; ++i) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return done();
+}
+
+TEST_F(Captured, ThreadedQueueLimitAndDuplicates) {
+  BlockingFilter filter;
+  for (int i = 1; i <= 50; ++i) filter.handleRequest(std::to_string(i) + " FILE " + file_);
+  EXPECT_EQ(filter.active(), 50u);
+  filter.handleRequest("51 FILE " + file_);
+  filter.handleRequest("3 FILE " + file_);  // in use, but the size test comes first
+  EXPECT_EQ(countLines("51 REJECTED \"Too many requests in queue (50), try again in a few "
+                       "seconds.\"\n"),
+            1u);
+  EXPECT_EQ(countLines("3 REJECTED \"Too many requests in queue (50), try again in a few "
+                       "seconds.\"\n"),
+            1u);
+  EXPECT_EQ(countLines("* [50] Thread processing started\n"), 1u);
+  filter.release();
+  ASSERT_TRUE(eventually([&] { return filter.active() == 0; }));
+  ASSERT_TRUE(eventually([] { return countLines("* [50] Thread processing done\n") == 1; }));
+  EXPECT_FALSE(filter.overlapped());
+  for (int i = 1; i <= 50; ++i) {
+    const std::string n = std::to_string(i);
+    EXPECT_EQ(countLines(n + " ADDHEADER \"X-Done: " + n + "\"\n"), 1u) << n;
+    EXPECT_EQ(countLines("* [" + n + "] Adding Header(s) to message\n"), 1u) << n;
+  }
+  EXPECT_EQ(countLines("51 ADDHEADER \"X-Done: 51\"\n"), 0u);
+  // Every write is exactly one whole line.
+  std::lock_guard<std::mutex> lock(capturedLock);
+  for (const auto& w : writes) {
+    ASSERT_FALSE(w.empty());
+    EXPECT_EQ(w.find('\n'), w.size() - 1) << w;
+  }
+}
+
+TEST_F(Captured, ThreadedNumberInUseThenReusable) {
+  BlockingFilter filter;
+  filter.handleRequest("7 FILE " + file_);
+  filter.handleRequest("007 FILE " + file_);  // the parsed number counts, not the text
+  EXPECT_EQ(countLines("7 REJECTED \"This request ID is already in use (7), try again in a few "
+                       "seconds.\"\n"),
+            1u);
+  filter.release();
+  ASSERT_TRUE(eventually([] { return countLines("* [7] Thread processing done\n") == 1; }));
+  filter.handleRequest("7 FILE " + file_);
+  ASSERT_TRUE(eventually([] { return countLines("* [7] Thread processing done\n") == 2; }));
+  EXPECT_EQ(countLines("7 ADDHEADER \"X-Done: 7\"\n"), 2u);
+  EXPECT_EQ(countLines("* [7] Thread processing started\n"), 2u);
+}
+
+TEST_F(Captured, ThreadedProtocolCommandsAreAnsweredAtOnce) {
+  BlockingFilter filter;
+  filter.handleRequest("1 FILE " + file_);
+  filter.handleRequest("2 INTF");
+  filter.handleRequest("3 FILE /nonexistent/velmora");
+  ASSERT_TRUE(eventually(
+      [] { return countLines("3 OK \"Error: File Not Found /nonexistent/velmora\"\n") == 1; }));
+  EXPECT_EQ(countLines("2 INTF 3\n"), 1u);
+  EXPECT_EQ(countLines("1 ADDHEADER \"X-Done: 1\"\n"), 0u);
+  filter.release();
+  ASSERT_TRUE(eventually([] { return countLines("1 ADDHEADER \"X-Done: 1\"\n") == 1; }));
+  ASSERT_TRUE(eventually([&] { return filter.active() == 0; }));
+}
+
+}  // namespace

@@ -1,0 +1,217 @@
+// The helper protocol as the server sees it: the programs run as child processes, fed request
+// lines on standard input, their standard output compared with exact transcripts.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/process.h"
+
+namespace fs = std::filesystem;
+using testing_process::run;
+
+namespace {
+
+const std::string kBanner = "* Korvantis's Velmora filter v1.2.1b running...\n";
+const std::string kReady = "* Ready to receive INTF command.\n";
+const std::string kQuitRefusal =
+    " REJECTED \"QUIT command received, filter is shut down. Please restart the filter.\"\n";
+
+// A scratch directory that the programs run in.
+class Scratch {
+ public:
+  Scratch() {
+    dir_ = fs::temp_directory_path() /
+           ("velmora-protocol-" + std::to_string(::getpid()) + "-" + std::to_string(counter_++));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  ~Scratch() { fs::remove_all(dir_); }
+  void write(const std::string& name, const std::string& bytes) const {
+    fs::create_directories((dir_ / name).parent_path());
+    std::ofstream(dir_ / name, std::ios::binary) << bytes;
+  }
+  // A file that exists and is no directory but that nobody, root included, can open to read.
+  void socketFile(const std::string& name) const {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    const std::string path = (dir_ / name).string();
+    ASSERT_LT(path.size(), sizeof addr.sun_path);
+    std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s", path.c_str());
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ::close(fd);
+  }
+  std::string path() const { return dir_.string(); }
+
+ private:
+  static inline int counter_ = 0;
+  fs::path dir_;
+};
+
+std::vector<std::string> verdictFilter() {
+  return {VERDICT_FILTER};
+}
+
+TEST(Protocol, EngineAnswersEveryRow) {
+  Scratch s;
+  s.write("Queue/placeholder", "");
+  s.socketFile("sock");
+  const std::string input =
+      "1 INTF 3\n"
+      "7 INTF 4\n"
+      "8 intf\n"
+      "9 KEY\n"
+      "\n"
+      "   \n"
+      "10\n"
+      "11 FILE\n"
+      "x file Queue/1.msg\n"
+      "00 file x\n"
+      "12abc FILE missing.msg\n"
+      "13 SCAN x\n"
+      "14 FILE Queue\n"
+      "15 FiLe sock\n"
+      "16 FILE a\"b\\c\td\n"
+      "0 FILE missing\n"
+      "-3 FILE gone/a b.msg\r\n"
+      "99999999999 FILE nothing\n"
+      "17 QUIT\n"
+      "18 FILE x\n"
+      "19\n"
+      "\n"
+      "20 INTF\n"
+      "21 KEY";
+  const auto r = run(testing_process::program(), input, 60, s.path());
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out,
+            kBanner + kReady +
+                "1 INTF 3\n"
+                "7 INTF 3\n"
+                "8 INTF 3\n"
+                "9 OK\n"
+                "(null) FAILURE\n"
+                "(null) FAILURE\n"
+                "10 FAILURE\n"
+                "11 FAILURE \"Missing parameter(s)\"\n"
+                "x REJECTED \"Error: seqID should be a number\"\n"
+                "00 REJECTED \"Error: seqID should be a number\"\n"
+                "12 OK \"Error: File Not Found missing.msg\"\n"
+                "13 FAILURE\n"
+                "14 OK \"Error: File Not Found Queue\"\n"
+                "15 OK \"Error: unable to open file sock\"\n"
+                "16 OK \"Error: File Not Found a\\\"b\\\\c\\td\"\n"
+                "0 OK \"Error: File Not Found missing\"\n"
+                "-3 OK \"Error: File Not Found gone/a b.msg\"\n"
+                "2147483647 OK \"Error: File Not Found nothing\"\n"
+                "* 17: Filter is shutting down...\n"
+                "17 OK \"Filter is shut down and waiting for standard output to be closed\"\n"
+                "18" +
+                kQuitRefusal + "19" + kQuitRefusal + "(null) FAILURE\n" + "20" + kQuitRefusal +
+                "21" + kQuitRefusal);
+}
+
+TEST(Protocol, EndOfInputRightAfterStartUp) {
+  for (const std::vector<std::string>& extra :
+       {std::vector<std::string>{}, std::vector<std::string>{"--help", "x y"}}) {
+    auto argv = testing_process::program();
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    const auto r = run(argv, "");
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.out, kBanner + kReady);
+    EXPECT_EQ(r.err, "");
+  }
+}
+
+TEST(Protocol, CrashRequestEndsTheProcessAbnormally) {
+  const auto r = run(testing_process::program(), "1 KEY\n2 CRASH\n3 KEY\n");
+  EXPECT_NE(r.signal, 0);
+  EXPECT_EQ(r.out, kBanner + kReady + "1 OK\n");
+}
+
+TEST(Protocol, ClosedStandardOutputDoesNotKillTheFilter) {
+  // The reader of our output goes away after one byte; the filter must go on reading its input
+  // to the end and exit normally instead of dying of a broken pipe.
+  const std::string script =
+      "i=0; while [ $i -lt 20000 ]; do echo \"$i KEY\"; i=$((i+1)); done | \"$0\" | head -c 1 "
+      ">/dev/null; echo \"status=${PIPESTATUS[1]}\"";
+  const auto r = run({"bash", "-c", script, testing_process::program().back()});
+  EXPECT_EQ(r.out, "status=0\n");
+}
+
+TEST(Protocol, VerdictCodesAndTheirComments) {
+  Scratch s;
+  s.write("v0", "0\nX-Ignored: 1\n");
+  s.write("v1", "1\nbad \"quoted\" text\twith tab\\\n");
+  s.write("v2", "2\nline1\nline2\n");
+  s.write("v3", "3\n");
+  s.write("v4", "4\nX-A: 1\nX-B: 2\n");
+  s.write("v4none", "4\n");
+  s.write("v4blank", "4\n\n");
+  s.write("v5", "5\nX-Silent: 1\n");
+  s.write("vminus", "-1\nX-Silent: 1\n");
+  s.write("vbig", "1000\nX\n");
+  s.write("vcr", std::string("2\nab\rcd\nnul\0byte\n", 17));
+  s.write("dir with blank/v3 x.msg", "3\n");
+  const std::string input =
+      "1 FILE v0\n2 FILE v1\n3 FILE v2\n4 FILE v3\n5 FILE v4\n6 FILE v4none\n7 FILE v4blank\n"
+      "8 FILE v5\n9 FILE vminus\n10 FILE vbig\n11 FILE vcr\n0 FILE v3\n"
+      "12 file dir with blank/v3 x.msg\n13 KEY\n";
+  const auto r = run(verdictFilter(), input, 60, s.path());
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out, kReady +
+                       "* [1] Accepting message\n1 OK\n"
+                       "* [2] Postponing message\n"
+                       "2 REJECTED \"bad \\\"quoted\\\" text\\twith tab\\\\\"\n"
+                       "* [3] Rejecting message\n3 ERROR \"line1\\eline2\"\n"
+                       "* [4] Discarding message\n4 DISCARD\n"
+                       "* [5] Adding Header(s) to message\n5 ADDHEADER \"X-A: 1\\eX-B: 2\"\n"
+                       "* [6] Accepting message\n6 OK\n"
+                       "* [7] Accepting message\n7 OK\n"
+                       "* [11] Rejecting message\n11 ERROR \"abcd\\enul\\0byte\"\n"
+                       "* Discarding message\n0 DISCARD\n"
+                       "* [12] Discarding message\n12 DISCARD\n"
+                       "13 OK\n");
+}
+
+TEST(Protocol, ExceptionFromTheFilterEndsTheProcess) {
+  Scratch s;
+  s.write("v0", "0\n");
+  s.write("boom", "throw\n");
+  const auto r = run(verdictFilter(), "1 FILE v0\n2 FILE boom\n3 FILE v0\n", 60, s.path());
+  EXPECT_NE(r.signal, 0);
+  EXPECT_EQ(r.out, kReady + "* [1] Accepting message\n1 OK\n");
+}
+
+TEST(Protocol, ManyRequestsGetTheirAnswersInOrder) {
+  std::string input, expected = kBanner + kReady;
+  for (int i = 1; i <= 3000; ++i) {
+    const std::string n = std::to_string(i);
+    switch (i % 4) {
+      case 0:
+        input += n + " KEY\n";
+        expected += n + " OK\n";
+        break;
+      case 1:
+        input += n + " FILE /nonexistent/" + n + "\n";
+        expected += n + " OK \"Error: File Not Found /nonexistent/" + n + "\"\n";
+        break;
+      case 2:
+        input += n + " INTF 3\n";
+        expected += n + " INTF 3\n";
+        break;
+      default:
+        input += "\n";
+        expected += "(null) FAILURE\n";
+        break;
+    }
+  }
+  const auto r = run(testing_process::program(), input);
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out, expected);
+}
+
+}  // namespace
