@@ -2,6 +2,8 @@
 #include "scanner/message_scanner.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 #include "kvs/text.h"
 #include "scanner/base64_decoder.h"
@@ -13,6 +15,9 @@ namespace {
 // Of a boundary line the skipper keeps this much (at least), enough for every delimiter test
 // the walker makes on it, so a body line of any length is never held whole.
 constexpr std::size_t kStopLineKeep = 4096;
+// A larger first reservation is not made (a 32-bit process has little address space to spare);
+// the buffer grows beyond it when it must.
+constexpr std::uint64_t kImageReserveLimit = 256u << 20;
 
 bool endsWithIgnoreCase(std::string_view text, std::string_view suffix) {
   return text.size() >= suffix.size() &&
@@ -38,6 +43,9 @@ bool MessageScanner::open(const std::string& path) {
   part_.clear();
   skipping_ = false;
   skipper_ = nullptr;
+  decoder_ = nullptr;
+  capturing_ = false;
+  image_ = scanner::ImageBuffer();
   pending_ = false;
   lookAhead_.clear();
   lineCount_ = 0;
@@ -55,6 +63,7 @@ bool MessageScanner::open(const std::string& path) {
     diagnostics_.insert("Can't find/open the file: " + path);
     return false;
   }
+  path_ = path;
   isMbox_ = endsWithIgnoreCase(path, ".mbox");
   messageCount_ = isMbox_ ? 0 : 1;
   emptyBody_ = true;
@@ -117,13 +126,18 @@ void MessageScanner::startBody() {
   skipper_ = kvs::ptr<Decoder::MIME::Skipper>(new Decoder::MIME::Skipper(
       reader_, this, current_.empty() ? std::string() : "--" + current_));
   skipping_ = true;
+  if (part_.zip) startZipCapture();
 }
 
 void MessageScanner::finishBody() {
   // The body of the current entity is consumed; its boundary line, if any, becomes the line.
-  skipper_->skipBody(emptyBody_, std::max(kStopLineKeep, longestBoundary_ + 4));
+  skipper_->skipBody(emptyBody_, std::max(kStopLineKeep, longestBoundary_ + 4), decoder_.get(),
+                     capturing_ ? &image_ : nullptr);
   skipping_ = false;
-  if (part_.zip && !emptyBody_) inspectZip();
+  if (capturing_ && !emptyBody_) inspectZip();
+  capturing_ = false;
+  decoder_ = nullptr;
+  image_ = scanner::ImageBuffer();
   part_.clear();
   std::string& line = lookAhead_;
   line = skipper_->stopLine();
@@ -137,33 +151,33 @@ void MessageScanner::finishBody() {
   pending_ = true;
 }
 
-void MessageScanner::inspectZip() {
-  const std::int64_t resume = reader_.tell();
-  const std::int64_t span = std::max<std::int64_t>(resume - bodyStart_, 0);
+void MessageScanner::startZipCapture() {
+  // A ZIP part is decoded while the skipper passes over it, into one buffer sized from what is
+  // left of the file; the directory is read when the part ends, if the message has body text.
   const std::string sentinel = current_.empty() ? std::string() : "--" + current_;
-  const bool base64 = kvs::startsWithIgnoreCase(part_.encoding, kBase64);
-  const bool quoted = kvs::startsWithIgnoreCase(part_.encoding, kQuotedPrintable);
-  // The whole image in one buffer, sized from the body's extent in the file.
-  std::string image;
-  image.reserve(static_cast<std::size_t>(base64 ? span / 4 * 3 + 3 : span + 1));
-  reader_.seek(bodyStart_);
-  if (base64) {
-    Decoder::MIME::Base64(reader_, this, sentinel).decodeBody(image);
-  } else if (quoted) {
-    Decoder::MIME::QuotedPrintable(reader_, this, sentinel).decodeBody(image);
-  } else {
-    std::string_view line;
-    while (reader_.next(line)) {
-      if (!sentinel.empty() && kvs::startsWithIgnoreCase(line, sentinel)) break;
-      image.append(line);
-      if (reader_.hadNewline()) image.push_back('\n');
-    }
+  std::error_code error;
+  const std::uintmax_t fileSize = std::filesystem::file_size(path_, error);
+  const std::uint64_t left =
+      error || fileSize < static_cast<std::uintmax_t>(bodyStart_) ? 0 : fileSize - bodyStart_;
+  std::uint64_t estimate = left + 1;
+  if (kvs::startsWithIgnoreCase(part_.encoding, kBase64)) {
+    decoder_ =
+        kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Base64(reader_, this, sentinel));
+    estimate = left / 4 * 3 + 3;
+  } else if (kvs::startsWithIgnoreCase(part_.encoding, kQuotedPrintable)) {
+    decoder_ = kvs::ptr<Decoder::MIME::Interface>(
+        new Decoder::MIME::QuotedPrintable(reader_, this, sentinel));
   }
-  const scanner::ZipDirectory zip = scanner::readZipDirectory(image);
+  image_.clear();
+  image_.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
+  capturing_ = true;
+}
+
+void MessageScanner::inspectZip() {
+  const scanner::ZipDirectory zip = scanner::readZipDirectory(image_.view());
   if (zip.encrypted) results_.insert("zip.pw");
   if (zip.corrupted) results_.insert("zip.corrupted");
   for (const std::string& ext : zip.extensions) results_.insert("zip/" + ext);
-  reader_.seek(resume);
 }
 
 void MessageScanner::pushBoundary(const std::string& boundary) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kvs/ptr.h"
+#include "scanner/image_buffer.h"
 #include "scanner/line_reader.h"
 #include "scanner/mime_decoder.h"
 
@@ -82,6 +83,7 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
   void endHeaderBlock();
   void startBody();
   void finishBody();
+  void startZipCapture();
   void inspectZip();
   [[nodiscard]] bool opensPart(std::string_view line) const;
   void recordExtension(std::string_view name, bool& zip);
@@ -90,6 +92,10 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
 
   scanner::LineReader reader_;
   kvs::ptr<Decoder::MIME::Skipper> skipper_;
+  kvs::ptr<Decoder::MIME::Interface> decoder_;  // the transfer decoder of a ZIP part, if any
+  scanner::ImageBuffer image_;                  // that part's decoded bytes
+  bool capturing_ = false;
+  std::string path_;
   std::set<std::string> results_;
   std::set<std::string> diagnostics_;
   std::set<std::string> recipients_;

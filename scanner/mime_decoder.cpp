@@ -56,6 +56,20 @@ bool Interface::fetchLine() {
   return true;
 }
 
+bool Interface::feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out) {
+  out.append(raw);
+  if (newline) out.append("\n");
+  return true;
+}
+
+void Interface::decodeBody(scanner::ImageBuffer& out) {
+  while (fetchLine()) {
+    if (!feedLine(raw_, rawNewline_, out)) return;
+    rawPos_ = raw_.size();
+  }
+  endOfInput();
+}
+
 bool Interface::readLine(std::string& line) {
   line.clear();
   unsigned char c;
@@ -78,8 +92,13 @@ Skipper::Skipper(scanner::LineReader& in, DiagnosticsSink* sink, std::string sen
                  std::string parentSentinel, bool hasParent)
     : Interface(in, sink, std::move(sentinel), std::move(parentSentinel), hasParent) {}
 
-void Skipper::skipBody(bool& emptyBody, std::size_t keep) {
+void Skipper::skipBody(bool& emptyBody, std::size_t keep, Interface* decoder,
+                       scanner::ImageBuffer* image) {
   if (ended_ || stopped_) return;
+  if (image != nullptr) {
+    captureBody(emptyBody, decoder, *image);
+    return;
+  }
   std::string_view head;
   bool hasBytes = false;
   const char first = sentinel_.empty() ? 0 : sentinel_[0];
@@ -104,6 +123,18 @@ void Skipper::skipBody(bool& emptyBody, std::size_t keep) {
     }
     if (hasBytes) emptyBody = false;
   }
+}
+
+void Skipper::captureBody(bool& emptyBody, Interface* decoder, scanner::ImageBuffer& image) {
+  bool decoding = true;
+  while (fetchLine()) {
+    if (!raw_.empty()) emptyBody = false;
+    if (decoding) {
+      decoding = decoder != nullptr ? decoder->feedLine(raw_, rawNewline_, image)
+                                    : Interface::feedLine(raw_, rawNewline_, image);
+    }
+  }
+  if (decoding && decoder != nullptr) decoder->endOfInput();
 }
 
 }  // namespace Decoder::MIME

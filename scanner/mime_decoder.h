@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "kvs/noncopyable.h"
+#include "scanner/image_buffer.h"
 #include "scanner/line_reader.h"
 
 namespace Decoder::MIME {
@@ -36,6 +37,14 @@ class Interface : private kvs::noncopyable {
   // The next raw line of the body into the current line; false at the boundary line (kept as
   // the stop line) or at the end of the file.
   virtual bool fetchLine();
+
+  // Decodes one raw body line (followed by a line feed if `newline`) into `out`; false once the
+  // decoding has ended and further lines would change nothing. The base takes bytes as they are.
+  virtual bool feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out);
+  // The body has no further line: complaints about what was cut short.
+  virtual void endOfInput() {}
+  // Decodes the rest of the body from the stream into `out`, a whole line at a time.
+  void decodeBody(scanner::ImageBuffer& out);
 
  protected:
   void complain(const std::string& text, bool counted = true);
@@ -70,8 +79,13 @@ class Skipper : public Interface {
 
   // Consumes the body up to and including its boundary line (or to the end of the file),
   // clearing `emptyBody` at any body line that holds a byte. Of the boundary line only its first
-  // `keep` bytes are kept as the stop line.
-  void skipBody(bool& emptyBody, std::size_t keep);
+  // `keep` bytes are kept as the stop line. With an `image`, every body line is also handed to
+  // `decoder` on the way, so that a ZIP part is decoded in the same pass.
+  void skipBody(bool& emptyBody, std::size_t keep, Interface* decoder = nullptr,
+                scanner::ImageBuffer* image = nullptr);
+
+ private:
+  void captureBody(bool& emptyBody, Interface* decoder, scanner::ImageBuffer& image);
 };
 
 }  // namespace Decoder::MIME

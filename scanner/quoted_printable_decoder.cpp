@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "kvs/text.h"
+#include "scanner/image_buffer.h"
 
 namespace Decoder::MIME {
 namespace {
@@ -17,22 +17,24 @@ unsigned hexValue(unsigned char c) {
   return 255;
 }
 
-// Decodes [p, e) and appends to `out`. `complain(text, counted)` receives each complaint.
+// Decodes [p, e) into `out` (never more bytes than it reads) and returns the new end of `out`.
+// `complain(text, counted)` receives each complaint.
 template <class Complain>
-void decodeRun(const char* p, const char* e, QuotedPrintableState& s, bool encodedWord,
-               std::string& out, Complain&& complain) {
+char* decodeBytes(const char* p, const char* e, QuotedPrintableState& s, bool encodedWord,
+                  char* out, Complain&& complain) {
   using Step = QuotedPrintableState::Step;
   while (p < e) {
     switch (s.step) {
       case Step::Text: {
         if (!encodedWord) {
           // Plain runs up to the next "=" are copied as they stand.
-          const char* eq =
+          const auto* eq =
               static_cast<const char*>(std::memchr(p, '=', static_cast<size_t>(e - p)));
-          const char* stop = eq ? eq : e;
-          out.append(p, static_cast<std::size_t>(stop - p));
+          const char* stop = eq != nullptr ? eq : e;
+          std::memcpy(out, p, static_cast<std::size_t>(stop - p));
+          out += stop - p;
           p = stop;
-          if (p == e) return;
+          if (p == e) return out;
           ++p;
           s.step = Step::AfterEquals;
           break;
@@ -41,7 +43,7 @@ void decodeRun(const char* p, const char* e, QuotedPrintableState& s, bool encod
         if (c == '=') {
           s.step = Step::AfterEquals;
         } else {
-          out.push_back(c == '_' ? ' ' : c);
+          *out++ = c == '_' ? ' ' : c;
         }
         break;
       }
@@ -70,24 +72,25 @@ void decodeRun(const char* p, const char* e, QuotedPrintableState& s, bool encod
         break;
       }
       case Step::Escape: {
-        const unsigned char m = static_cast<unsigned char>(*p++);
+        const auto m = static_cast<unsigned char>(*p++);
         const unsigned hi = hexValue(s.high), lo = hexValue(m);
         if (hi == 255 || lo == 255) {
           complain(std::string("Invalid escape sequence '=") + static_cast<char>(s.high) +
                        static_cast<char>(m) + "' in Quoted-Printable MIME part",
                    true);
         }
-        out.push_back(static_cast<char>(((hi << 4) | lo) & 0xFF));
+        *out++ = static_cast<char>(((hi << 4) | lo) & 0xFF);
         s.step = Step::Text;
         break;
       }
     }
   }
+  return out;
 }
 
 // The input ended: an escape cut short is a complaint; a soft break cut short is not.
 template <class Complain>
-void finishRun(QuotedPrintableState& s, Complain&& complain) {
+void finishBytes(QuotedPrintableState& s, Complain&& complain) {
   using Step = QuotedPrintableState::Step;
   if (s.step == Step::AfterEquals || s.step == Step::Escape) complain(kEndingText, true);
   s.step = Step::Text;
@@ -101,24 +104,24 @@ QuotedPrintable::QuotedPrintable(scanner::LineReader& in, DiagnosticsSink* sink,
     : Interface(in, sink, std::move(sentinel), std::move(parentSentinel), hasParent),
       encodedWord_(encodedWord) {}
 
-bool QuotedPrintable::nextPiece(std::string& out) {
-  auto complainHere = [this](const std::string& text, bool counted) { complain(text, counted); };
-  if (!fetchLine()) {
-    finishRun(state_, complainHere);
-    return false;
-  }
-  decodeRun(raw_.data(), raw_.data() + raw_.size(), state_, encodedWord_, out, complainHere);
-  if (rawNewline_) {
+char* QuotedPrintable::decodeRun(const char* p, const char* e, char* out) {
+  return decodeBytes(p, e, state_, encodedWord_, out,
+                     [this](const std::string& text, bool counted) { complain(text, counted); });
+}
+
+bool QuotedPrintable::feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out) {
+  char* const start = out.room(raw.size() + 1);
+  char* o = decodeRun(raw.data(), raw.data() + raw.size(), start);
+  if (newline) {
     const char lf = '\n';
-    decodeRun(&lf, &lf + 1, state_, encodedWord_, out, complainHere);
+    o = decodeRun(&lf, &lf + 1, o);
   }
-  rawPos_ = raw_.size();
+  out.commit(static_cast<std::size_t>(o - start));
   return true;
 }
 
-void QuotedPrintable::decodeBody(std::string& out) {
-  while (nextPiece(out)) {
-  }
+void QuotedPrintable::endOfInput() {
+  finishBytes(state_, [this](const std::string& text, bool counted) { complain(text, counted); });
 }
 
 bool QuotedPrintable::nextByte(unsigned char& byte) {
@@ -130,19 +133,30 @@ bool QuotedPrintable::nextByte(unsigned char& byte) {
   while (queuePos_ >= queue_.size()) {
     queue_.clear();
     queuePos_ = 0;
-    if (!nextPiece(queue_)) return false;
+    if (!fetchLine()) {
+      endOfInput();
+      return false;
+    }
+    queue_.resize(raw_.size() + 1);
+    char* o = decodeRun(raw_.data(), raw_.data() + raw_.size(), queue_.data());
+    if (rawNewline_) {
+      const char lf = '\n';
+      o = decodeRun(&lf, &lf + 1, o);
+    }
+    queue_.resize(static_cast<std::size_t>(o - queue_.data()));
+    rawPos_ = raw_.size();
   }
   byte = static_cast<unsigned char>(queue_[queuePos_++]);
   return true;
 }
 
 std::string QuotedPrintable::decode(std::string_view text, bool encodedWord) {
-  std::string out;
-  out.reserve(text.size());
+  std::string out(text.size(), '\0');
   QuotedPrintableState s;
   auto ignore = [](const std::string&, bool) {};
-  decodeRun(text.data(), text.data() + text.size(), s, encodedWord, out, ignore);
-  finishRun(s, ignore);
+  char* o = decodeBytes(text.data(), text.data() + text.size(), s, encodedWord, out.data(), ignore);
+  finishBytes(s, ignore);
+  out.resize(static_cast<std::size_t>(o - out.data()));
   return out;
 }
 

@@ -22,17 +22,17 @@ class QuotedPrintable : public Interface {
                   bool encodedWord = false);
   const char* name() const override { return "QP"; }
   bool nextByte(unsigned char& byte) override;
-
-  // Appends the rest of the body's decoded bytes to `out`. Each raw line is followed by the line
-  // feed it had in the file.
-  void decodeBody(std::string& out);
+  // Each raw line is followed by the line feed it had in the file.
+  bool feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out) override;
+  void endOfInput() override;
 
   // The same byte rules over one text; `encodedWord` turns "_" into a blank. Complaints are
   // dropped.
   [[nodiscard]] static std::string decode(std::string_view text, bool encodedWord = true);
 
  private:
-  bool nextPiece(std::string& out);
+  // Decodes [p, e) to `out`, which has room for e - p bytes; returns the new end of `out`.
+  char* decodeRun(const char* p, const char* e, char* out);
 
   bool encodedWord_;
   QuotedPrintableState state_;
