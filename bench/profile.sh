@@ -12,11 +12,13 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cmake -S "$root" -B "$root/build/profile" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_CXX_FLAGS="-g -fno-omit-frame-pointer" -DVELMORA_TESTS=OFF >/dev/null
 cmake --build "$root/build/profile" --target velmora
+velmora=$root/build/profile/velmora
+[ -x "$velmora" ] || velmora=$root/build/profile/host/velmora
 out=${TMPDIR:-/tmp}/velmora-profile-$corpus.out
 cd "$data/$corpus"
 # The requests name files relative to the corpus folder, as the server names its queue files.
 head -n "$count" requests.txt |
-  valgrind --tool=callgrind --callgrind-out-file="$out" "$root/build/profile/host/velmora" \
+  valgrind --tool=callgrind --callgrind-out-file="$out" "$velmora" \
     >/dev/null 2>"$out.log"
 callgrind_annotate "$out" | sed -n '/^Ir/,$p' | head -30
 echo "Whole profile: callgrind_annotate --inclusive=yes $out"
