@@ -11,7 +11,8 @@ data=${VELMORA_BENCH_DIR:-${TMPDIR:-/tmp}/velmora-bench}
 root=$(cd "$(dirname "$0")/.." && pwd)
 cmake -S "$root" -B "$root/build/profile" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_CXX_FLAGS="-g -fno-omit-frame-pointer" -DVELMORA_TESTS=OFF >/dev/null
-cmake --build "$root/build/profile" --target velmora
+cmake --build "$root/build/profile" --target velmora >"$root/build/profile/build.log" 2>&1 ||
+  { cat "$root/build/profile/build.log"; exit 1; }
 velmora=$root/build/profile/velmora
 [ -x "$velmora" ] || velmora=$root/build/profile/host/velmora
 out=${TMPDIR:-/tmp}/velmora-profile-$corpus.out
