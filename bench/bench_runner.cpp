@@ -204,7 +204,7 @@ ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
   // A killed or finished program makes the writer's pipe fail or drain, so the join returns.
   writer.join();
   ::close(toChild[1]);  // end of input: the filter ends
-  while (!ended) {
+  while (!ended && failure.empty()) {
     pollfd wait{fromChild[0], POLLIN, 0};
     if (::poll(&wait, 1, kSilenceLimitSeconds * 1000) <= 0) break;
     const ssize_t got = ::read(fromChild[0], buffer.data(), buffer.size());
