@@ -33,7 +33,7 @@ export ASAN_OPTIONS=${ASAN_OPTIONS:-quarantine_size_mb=16}
 status=0
 summary=""
 for t in $targets; do
-  bin="$build/fuzz/${t}_fuzz"
+  bin="$build/fuzz/${t}_fuzzer"
   [ -x "$bin" ] || { echo "missing $bin (cmake --build --preset fuzz)" >&2; exit 2; }
   corpus="$build/corpus/$t"
   crashes="$build/crashes/$t"

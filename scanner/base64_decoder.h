@@ -31,7 +31,7 @@ class Base64 : public Interface {
   [[nodiscard]] static std::string decode(std::string_view text);
 
  private:
-  // Decodes raw[pos...] into `out` (room for (size - pos) / 4 * 3 + 3 bytes); returns where it
+  // Decodes raw[pos...] into `out` (room for (size - pos) / 4 * 3 + 7 bytes); returns where it
   // stopped: the line's end, or just after a group that yielded no byte (`stop` set).
   std::size_t decodeFrom(std::string_view raw, std::size_t pos, char*& out, bool& stop);
 

@@ -15,6 +15,9 @@ struct Command {
   int (*run)(const Args& args);
 };
 
+// The message scanner: tools/scan_command.cpp.
+int runScan(const Args& args);
+
 // Server data (cgp): each in its own tools/<name>_command.cpp.
 int runDataset(const Args& args);
 int runDomains(const Args& args);
@@ -26,8 +29,5 @@ int runRoute(const Args& args);
 // Server access: tools/cli_command.cpp and tools/pop3_command.cpp.
 int runCli(const Args& args);
 int runPop3(const Args& args);
-
-// velmora-tool scan FILE...: the header lines the filter would add to each message.
-int scanCommand(const Args& args);
 
 }  // namespace tool

@@ -11,6 +11,7 @@ namespace {
 
 // One row per command; each command's file defines its run function.
 const Command kCommands[] = {
+    {"scan", "the header lines the filter would add to each message file", runScan},
     {"dataset", "read a dataset text and write it back", runDataset},
     {"domains", "list the domains of a base directory", runDomains},
     {"account", "find the directory of an account", runAccount},
@@ -19,7 +20,6 @@ const Command kCommands[] = {
     {"route", "route an address through the router table", runRoute},
     {"cli", "send one command to the server's CLI and print its answer", runCli},
     {"pop3", "count, fetch or delete messages on a POP3 server", runPop3},
-    {"scan", "the header lines the filter would add to each message file", scanCommand},
     {nullptr, nullptr, nullptr},
 };
 

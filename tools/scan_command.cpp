@@ -21,7 +21,7 @@ const char kHelp[] =
 
 }  // namespace
 
-int scanCommand(const Args& args) {
+int runScan(const Args& args) {
   if (args.empty()) {
     std::fputs(kHelp, stderr);
     return 2;
