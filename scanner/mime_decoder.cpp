@@ -106,6 +106,15 @@ void Skipper::skipBody(bool& emptyBody, std::size_t keep, Interface* decoder,
   bool hasBytes = false;
   const char first = sentinel_.empty() ? 0 : sentinel_[0];
   for (;;) {
+    // Once the message has body text, a line matters only if it could be a boundary line, and
+    // every boundary line begins with "-": whole runs of other lines are passed over at once.
+    if (!emptyBody) {
+      const std::string_view run = in_.linesAhead('-');
+      if (!run.empty()) {
+        in_.consume(run.size());
+        continue;
+      }
+    }
     if (!in_.skip(head, keep, hasBytes)) {
       ended_ = true;
       stopLine_.clear();
