@@ -1,5 +1,5 @@
 # The commands people type. The real build is CMake (CMakePresets.json).
-.PHONY: all release debug test demo bench format clean deps windows test-windows
+.PHONY: all release debug test demo bench format clean deps package windows test-windows
 
 all: release
 
@@ -25,6 +25,9 @@ bench:
 	@cmake --preset bench >/dev/null
 	@cmake --build --preset bench
 	@bench/run-bench.sh build/bench
+
+package: release
+	@cd build/release && cpack
 
 # Windows programs (build/windows32, build/windows64), cross-built with MinGW-w64.
 WINDOWS_DEPS = g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix googletest

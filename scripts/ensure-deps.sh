@@ -9,6 +9,7 @@ need ninja-build
 need g++
 need libgtest-dev
 need libgmock-dev
+need dpkg-dev
 for extra in "$@"; do need "$extra"; done
 [ ${#want[@]} -eq 0 ] && exit 0
 if [ "$(id -u)" = 0 ]; then

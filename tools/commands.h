@@ -15,4 +15,12 @@ struct Command {
   int (*run)(const Args& args);
 };
 
+// Server data (cgp): each in its own tools/<name>_command.cpp.
+int runDataset(const Args& args);
+int runDomains(const Args& args);
+int runAccount(const Args& args);
+int runMailbox(const Args& args);
+int runResolve(const Args& args);
+int runRoute(const Args& args);
+
 }  // namespace tool

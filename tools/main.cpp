@@ -11,6 +11,12 @@ namespace {
 
 // One row per command; each command's file defines its run function.
 const Command kCommands[] = {
+    {"dataset", "read a dataset text and write it back", runDataset},
+    {"domains", "list the domains of a base directory", runDomains},
+    {"account", "find the directory of an account", runAccount},
+    {"mailbox", "find the file or directory of a mailbox", runMailbox},
+    {"resolve", "resolve an alias or a forwarder", runResolve},
+    {"route", "route an address through the router table", runRoute},
     {nullptr, nullptr, nullptr},
 };
 

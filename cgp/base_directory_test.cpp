@@ -1,0 +1,215 @@
+// The base directory over the test server's tree: domains, names, accounts, mailboxes, IPs.
+#include "cgp/base_directory.h"
+
+#include <gtest/gtest.h>
+
+#include "cgp/dataset_file.h"
+#include "cgp/domain_data.h"
+#include "cgp/test_support.h"
+
+namespace cgp {
+namespace {
+
+using testing::CapturedOutput;
+
+class BaseDirectory : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setBaseDirectory(testing::testBase());
+    clearDomainData();
+    CapturedOutput quiet;  // the broken test domain's parser line
+    scanDomains();
+  }
+  void TearDown() override {
+    setBaseDirTrace(false);
+    setSharedBaseDirectory("");
+    setBaseDirectory("");
+  }
+};
+
+TEST_F(BaseDirectory, ScanFindsLowerCaseDomainDirectories) {
+  EXPECT_EQ(localDomains(), (DomainTable{{"broken.test", "Domains/broken.test"},
+                                         {"example.com", "Domains/example.com"},
+                                         {"main.test", "Accounts"}}));
+  EXPECT_EQ(sharedDomains(), (DomainTable{{"shared.test", "SharedDomains/shared.test"}}));
+  const std::vector<std::pair<std::string, std::string>> records{
+      {"broken.test", "Domains/broken.test"}, {"example.com", "Domains/example.com"}};
+  EXPECT_EQ(domainRecords(), records);
+}
+
+TEST_F(BaseDirectory, ScanLogsWhatItFinds) {
+  setBaseDirTrace(true);
+  CapturedOutput out;
+  scanDomains();
+  for (const char* line :
+       {"* BaseDir: Found local domain main.test at Accounts",
+        "* BaseDir: Found local domain example.com at Domains/example.com",
+        "* BaseDir: Found shared domain shared.test at SharedDomains/shared.test",
+        "* BaseDir: Found IP: 192.0.2.10"}) {
+    EXPECT_TRUE(out.contains(line)) << line << "\n" << out.text();
+  }
+  EXPECT_EQ(out.text().find("Upper.com"), std::string::npos);
+}
+
+TEST_F(BaseDirectory, SharedBaseIsScannedWhenSet) {
+  testing::ScratchDirectory cluster;
+  cluster.write("SharedDomains/cluster.test/Settings/domain.settings", "{}");
+  cluster.write("SharedDomains/Settings/Router.data", "");
+  setSharedBaseDirectory(cluster.path().string());
+  setBaseDirTrace(true);
+  CapturedOutput out;
+  scanDomains();
+  const std::string folder = cluster.path().string() + "/SharedDomains/";
+  EXPECT_EQ(sharedDomains(), (DomainTable{{"cluster.test", folder + "cluster.test"},
+                                          {"shared.test", "SharedDomains/shared.test"}}));
+  EXPECT_TRUE(out.contains("* BaseDir: Searching in Shared Base " + cluster.path().string()));
+}
+
+TEST_F(BaseDirectory, RealDomainName) {
+  const struct {
+    const char* given;
+    const char* real;
+    const char* lastLine;
+  } rows[] = {
+      {"", "main.test", "* BaseDir: Empty string, defaulting to main.test"},
+      {"example.com", "example.com", "* BaseDir: Domain found: example.com"},
+      {"Example.com", "Example.com", "* BaseDir: Domain not found"},
+      {"upper.com", "upper.com", "* BaseDir: Domain not found"},
+      {"shared.test", "shared.test", "* BaseDir: Domain not found"},  // local domains only
+  };
+  setBaseDirTrace(true);
+  for (const auto& row : rows) {
+    CapturedOutput out;
+    std::string name = row.given;
+    realDomainName(name);
+    EXPECT_EQ(name, row.real);
+    ASSERT_EQ(out.lines().size(), 2u) << out.text();
+    EXPECT_EQ(out.lines()[0],
+              std::string("* BaseDir: Searching real domain name for ") + row.given);
+    EXPECT_EQ(out.lines()[1], row.lastLine);
+  }
+}
+
+TEST_F(BaseDirectory, RealAccountName) {
+  const struct {
+    const char* given;
+    const char* real;
+  } rows[] = {{"user", "user"},
+              {"user+tag", "user"},
+              {"box#user", "user"},
+              {"box#user+tag", "user"},
+              {"a+b#c", "a"},
+              {"+x", ""},
+              {"#", ""},
+              {"a#b#c", "b#c"},
+              {"", ""}};
+  for (const auto& row : rows) {
+    std::string name = row.given;
+    realAccountName(name);
+    EXPECT_EQ(name, row.real) << row.given;
+  }
+  setBaseDirTrace(true);
+  CapturedOutput out;
+  std::string name = "box#user+tag";
+  realAccountName(name);
+  EXPECT_EQ(out.lines(), (std::vector<std::string>{
+                             "* BaseDir: Searching real account name for box#user+tag",
+                             "* BaseDir: Removing account detail information (account+detail)",
+                             "* BaseDir: Removing direct mailbox information (mailbox#account)"}));
+}
+
+TEST_F(BaseDirectory, AccountPath) {
+  const struct {
+    const char* account;
+    const char* domain;
+    const char* path;
+  } rows[] = {
+      {"alice", "main.test", "Accounts/alice.macnt"},
+      {"bob", "main.test", "Accounts/staff.sub/bob.aacnt"},
+      {"twin", "main.test", "Accounts/twin.aacnt"},  // directly beats a ".sub" folder
+      {"carol", "example.com", "Domains/example.com/carol.macnt"},
+      {"dave", "example.com", "Domains/example.com/sales.sub/dave.macnt"},
+      {"nobody", "main.test", ""},
+      {"staff", "main.test", ""},
+      {"eve", "shared.test", ""},  // shared domains are not searched
+      {"frank", "Upper.com", ""},  // not a domain at all
+      {"alice", "", ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(accountPath(row.account, row.domain), row.path) << row.account << "@" << row.domain;
+  }
+  setBaseDirTrace(true);
+  CapturedOutput out;
+  (void)accountPath("dave", "example.com");
+  (void)accountPath("nobody", "example.com");
+  (void)accountPath("dave", "nowhere.test");
+  EXPECT_EQ(out.lines(),
+            (std::vector<std::string>{
+                "* BaseDir: Searching for account dave", "* BaseDir: path in Domains/example.com",
+                "* BaseDir: Account dave path found at Domains/example.com/sales.sub/dave.macnt",
+                "* BaseDir: Searching for account nobody", "* BaseDir: path in Domains/example.com",
+                "* BaseDir: Account path not found", "* BaseDir: Account path Not found"}));
+}
+
+TEST_F(BaseDirectory, MailboxPath) {
+  const struct {
+    const char* mailbox;
+    const char* account;
+    const char* domain;
+    const char* path;
+  } rows[] = {
+      {"INBOX", "alice", "main.test", "Accounts/alice.macnt/INBOX.mbox"},
+      {"INBOX", "bob", "main.test", "Accounts/staff.sub/bob.aacnt/INBOX.mdir"},
+      {"INBOX", "alice", "", "Accounts/alice.macnt/INBOX.mbox"},
+      {"Sent", "alice", "main.test", "Accounts/alice.macnt/Sent.mdir"},
+      {"Both", "alice", "main.test", "Accounts/alice.macnt/Both.mdir"},  // .mdir before .mbox
+      {"Archive/2024", "alice", "main.test", "Accounts/alice.macnt/Archive.folder/2024.mslc"},
+      {"Projects/Deep/Notes", "alice", "main.test",
+       "Accounts/alice.macnt/Projects.folder/Deep.folder/Notes.mbox"},
+      {"Orders", "dave", "example.com", "Domains/example.com/sales.sub/dave.macnt/Orders.mslc"},
+      {"inbox", "alice", "main.test", ""},  // only the exact name INBOX
+      {"Projects", "alice", "main.test", ""},
+      {"Deep/Notes", "alice", "main.test", ""},
+      {"INBOX", "nobody", "main.test", ""},
+      {"INBOX", "eve", "shared.test", ""},
+      {"INBOX", "alice", "unknown.test", ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(mailboxPath(row.mailbox, row.account, row.domain), row.path)
+        << row.mailbox << " of " << row.account << "@" << row.domain;
+  }
+  setBaseDirTrace(true);
+  CapturedOutput out;
+  (void)mailboxPath("Sent", "alice", "main.test");
+  (void)mailboxPath("INBOX", "x", "unknown.test");
+  EXPECT_TRUE(out.contains("* BaseDir: Searching for real mailbox path of Sent"));
+  EXPECT_TRUE(out.contains("* BaseDir: Mailbox path found: Accounts/alice.macnt/Sent.mdir"));
+  EXPECT_TRUE(out.contains("* BaseDir: Domain not found: unknown.test"));
+}
+
+TEST_F(BaseDirectory, DomainOfIP) {
+  const struct {
+    const char* ip;
+    const char* domain;
+  } rows[] = {{"192.0.2.1", "main.test"},      {"192.0.2.10", "example.com"},
+              {"192.0.2.11", "example.com"},   {"192.0.2.30", "shared.test"},
+              {"192.0.2.50", "broken.test"},   {"192.0.2.99", "example.com"},
+              {"198.51.100.7", "example.com"}, {"", "example.com"}};
+  CapturedOutput quiet;
+  for (const auto& row : rows) {
+    std::string ip = row.ip;
+    domainOfIP(ip);
+    EXPECT_EQ(ip, row.domain) << row.ip;
+  }
+  EXPECT_EQ(fallbackDomain(), "example.com");
+  quiet.clear();
+  kvs::resetRepeatTable();
+  std::string ip = "198.51.100.7";
+  domainOfIP(ip);  // with the trace off, only the fallback line
+  EXPECT_EQ(quiet.lines(),
+            std::vector<std::string>{
+                "* BaseDir: No explicitely defined entry found, fallback to example.com"});
+}
+
+}  // namespace
+}  // namespace cgp

@@ -1,0 +1,171 @@
+// The router table's syntax and the routing passes over the test server's table.
+#include "cgp/router.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "cgp/base_directory.h"
+#include "cgp/dataset_file.h"
+#include "cgp/domain_data.h"
+#include "cgp/test_support.h"
+
+namespace cgp {
+namespace {
+
+using testing::CapturedOutput;
+
+TEST(RouterTable, LineSyntax) {
+  std::vector<RouterEntry> addresses, domains;
+  parseRouterTable(
+      "; comment only\n"
+      "\n"
+      "no equals sign here\n"
+      "<a@b> = <c@d> ; trailing comment\r\n"
+      "\t x.test \t=\t y.test\t\n"
+      "<p*s@q> = r*t@u = v\n"
+      "left = \n"
+      "lone=<x>\n"
+      "<*> = **\n"
+      "a;b = c\n",
+      addresses, domains);
+  ASSERT_EQ(addresses.size(), 3u);
+  ASSERT_EQ(domains.size(), 3u);
+  EXPECT_EQ(addresses[0].left, "a@b");
+  EXPECT_EQ(addresses[0].right, "c@d");
+  EXPECT_FALSE(addresses[0].leftStar);
+  EXPECT_EQ(addresses[1].leftPrefix, "p");
+  EXPECT_EQ(addresses[1].leftSuffix, "s@q");
+  EXPECT_EQ(addresses[1].right, "r*t@u = v");  // split at the first "="
+  EXPECT_EQ(addresses[1].rightPrefix, "r");
+  EXPECT_EQ(addresses[1].rightSuffix, "t@u = v");
+  EXPECT_EQ(addresses[2].rightPrefix, "");
+  EXPECT_EQ(addresses[2].rightSuffix, "*");  // only the first "*" splits
+  EXPECT_EQ(domains[0].left, "x.test");
+  EXPECT_EQ(domains[0].right, "y.test");
+  EXPECT_EQ(domains[1].left, "left");
+  EXPECT_EQ(domains[1].right, "");
+  EXPECT_EQ(domains[2].right, "x");
+}
+
+class Router : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setBaseDirectory(testing::testBase());
+    clearDomainData();
+    clearRouter();
+    CapturedOutput quiet;
+    scanDomains();
+    ASSERT_TRUE(loadRouter());
+  }
+  void TearDown() override {
+    setRouterTrace(false);
+    clearRouter();
+    setBaseDirectory("");
+  }
+};
+
+TEST_F(Router, LoadsBothTablesAndTheSettings) {
+  EXPECT_EQ(routerAddressEntries().size(), 9u);
+  const auto domains = routerDomainEntries();
+  ASSERT_EQ(domains.size(), 5u);
+  EXPECT_EQ(domains.back().left, "shared-alias.test");  // the shared table comes last
+  const RouterSettings settings = routerSettings();
+  EXPECT_EQ(settings.domainQualifier, "main.test");
+  EXPECT_TRUE(settings.extendNonQualifiedDomains);
+  EXPECT_EQ(settings.globalAliases, (std::map<std::string, std::string>{{"root", "postmaster"}}));
+}
+
+TEST_F(Router, Routes) {
+  const struct {
+    const char* address;
+    const char* routed;
+    int passes;
+  } rows[] = {
+      {"abuse@main.test", "postmaster@main.test", 2},
+      {"info-carol@main.test", "carol@example.com", 2},
+      {"INFO-carol@main.test", "carol@example.com", 2},     // the beginning is case-blind
+      {"info-carol@MAIN.TEST", "info-carol@MAIN.TEST", 1},  // the rest is not
+      {"local-bob@main.test", "bob@main.test.local", 1},    // final at once
+      {"gate@main.test", "route@inner@relay.test", 1},      // "@" in the account part
+      {"a@first.test", "a@second.test", 2},
+      {"a@first.test@first.test", "a@first.test@first.test", 1},  // the first occurrence decides
+      {"catch@main.t", "postmaster@main.test", 2},
+      {"CATCH@main.T", "postmaster@main.test", 2},
+      {"catch@main.test", "catch@main.test", 1},  // a final "*" matches nothing more
+      {"bad@main.test", "bad@main.test", 1},      // its entry is invalid
+      {"x@old.test", "x@main.test", 2},
+      {"user@foo.legacy.test", "user@foo", 2},  // ".here" goes at the end
+      {"user@relay.test", "user@mx.relay.test.smtp", 1},
+      {"user@pipe.test", "user@sort.pipe", 1},
+      {"x@shared-alias.test", "x@shared.test", 2},
+      {"user@[192.0.2.10]", "user@example.com", 1},
+      {"user@[192.0.2.1]", "user@main.test", 1},
+      {"user@[203.0.113.5]", "user@example.com", 1},  // the "All Available" domain
+      {"ping@main.test", "ping@main.test", 21},
+      {"x@blacklisted", "x@blacklisted", 21},
+      {"", "", 1},
+  };
+  for (const auto& row : rows) {
+    CapturedOutput out;
+    EXPECT_EQ(route(EMail::parse(row.address)).text(), row.routed) << row.address;
+    EXPECT_EQ(routerPassCount(), row.passes) << row.address;
+  }
+}
+
+TEST_F(Router, LinesOfARouting) {
+  setRouterTrace(true);
+  CapturedOutput out;
+  EXPECT_EQ(route(EMail::parse("x@old.test")).text(), "x@main.test");
+  const auto lines = out.lines();
+  ASSERT_GE(lines.size(), 5u);
+  EXPECT_EQ(lines[0], "* Router: Entering Router Loop 1");
+  EXPECT_EQ(lines[1], "* Router: Trying to route x@old.test");
+  EXPECT_EQ(lines[2], "* Router: Testing address entry abuse@main.test = postmaster@main.test");
+  EXPECT_TRUE(
+      out.contains("* Router: Invalid router entry (<bad@main.test> = x*y@main.test), "
+                   "check the Router webadmin page of CGPro"));
+  EXPECT_TRUE(out.contains("* Router: Testing domain entry old.test = main.test"));
+  EXPECT_TRUE(out.contains("* Router: Matched. Replacing by main.test"));
+  EXPECT_TRUE(out.contains("* Router: Entering Router Loop 2"));
+  EXPECT_FALSE(out.contains("* Router: Entering Router Loop 3"));
+
+  out.clear();
+  kvs::resetRepeatTable();
+  setRouterTrace(false);
+  (void)route(EMail::parse("ping@main.test"));
+  (void)route(EMail());
+  // The loop's entries come before the invalid one, so only the loop line is written.
+  EXPECT_EQ(out.lines(), (std::vector<std::string>{
+                             "* Router: Internal loop into filter's router. If there's no internal "
+                             "loop into Communigate Pro router, please contact Korvantis."}));
+}
+
+TEST(RouterLoad, MissingTableAndReloads) {
+  testing::ScratchDirectory base;
+  setBaseDirectory(base.path().string());
+  clearRouter();
+  EXPECT_FALSE(loadRouter());
+  EXPECT_EQ(route(EMail("a", "b.test")).text(), "a@b.test");
+
+  base.write("Settings/Router.data", "one.test = two.test\n");
+  EXPECT_TRUE(loadRouter());
+  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@two.test");
+
+  const auto file = base.path() / "Settings/Router.data";
+  const auto time = std::filesystem::last_write_time(file);
+  base.write("Settings/Router.data", "one.test = three.test\n");
+  std::filesystem::last_write_time(file, time);
+  EXPECT_TRUE(loadRouter());  // same time: the table in memory stays
+  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@two.test");
+
+  base.write("SharedDomains/Settings/Router.data", "<a@x.test> = b@y.test\n");
+  EXPECT_TRUE(loadRouter());  // the shared table's time changed: both are reread
+  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@three.test");
+  EXPECT_EQ(route(EMail("a", "x.test")).text(), "b@y.test");
+  clearRouter();
+  setBaseDirectory("");
+}
+
+}  // namespace
+}  // namespace cgp
