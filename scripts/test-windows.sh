@@ -18,6 +18,16 @@ export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
 
+# Test cases whose expectations are POSIX facts rather than the program's behaviour; a Windows
+# program rightly does otherwise, so they are left out here:
+not_for_windows=(
+  # Windows matches file names without regard to case: the mailbox "inbox" finds INBOX.mbox.
+  BaseDirectory.MailboxPath
+  # "/tmp/x" has no drive letter on Windows, so the tool makes it absolute as "Z:\tmp\x".
+  ServerDataTool.SharedBase
+)
+export GTEST_FILTER="-$(IFS=:; echo "${not_for_windows[*]}")"
+
 server=""
 stop_server() {
   if [ -n "$server" ]; then timeout 30 "$server" -k >/dev/null 2>&1 || true; fi
