@@ -170,6 +170,7 @@ TEST(PlatformStreams, PreparedForBinaryAndBrokenPipes) {
   // _setmode answers the mode it replaces.
   EXPECT_EQ(::_setmode(::_fileno(stdout), _O_BINARY), _O_BINARY);
   EXPECT_EQ(::_setmode(::_fileno(stdin), _O_BINARY), _O_BINARY);
+  EXPECT_EQ(::_setmode(::_fileno(stderr), _O_BINARY), _O_BINARY);
 #else
   struct sigaction current {};
   ASSERT_EQ(::sigaction(SIGPIPE, nullptr, &current), 0);
