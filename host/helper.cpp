@@ -2,10 +2,12 @@
 // optional worker threads.
 #include "host/helper.h"
 
+#include <algorithm>
+#include <cctype>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
-#include <sstream>
 
 #include "kvs/exception.h"
 #include "kvs/log.h"
@@ -48,10 +50,18 @@ RequestLine splitRequestLine(const std::string& line) {
 }
 
 int requestNumber(const std::string& text) {
-  std::istringstream in(text);
-  int value = 0;
-  in >> value;  // on overflow the stream stores the largest or smallest value
-  return value;
+  // What `stream >> int` reads: leading whitespace, a sign, digits; no digits give 0, and a
+  // value beyond the range is clamped to the largest or smallest int.
+  std::size_t i = 0;
+  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
+  bool negative = false;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+  const std::int64_t limit = negative ? -std::int64_t(INT_MIN) : INT_MAX;
+  std::int64_t value = 0;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    value = std::min<std::int64_t>(value * 10 + (text[i] - '0'), limit);
+  }
+  return static_cast<int>(negative ? -value : value);
 }
 
 Helper::Helper(bool threaded_, const std::string& failureWord)
@@ -230,26 +240,29 @@ void ExtFilter::processRequest(int seqID, const std::string&, const std::string&
   static const char* const comments[] = {"Accepting message", "Postponing message",
                                          "Rejecting message", "Discarding message",
                                          "Adding Header(s) to message"};
-  kvs::logline(seqID) << comments[code];
-  kvs::outline answer;
-  answer << seqID;
+  // The comment and the answer leave in one write: the pair stays together and the server
+  // is woken once.
+  std::string lines = kvs::formatComment(seqID, {}, comments[code]);
+  lines += std::to_string(seqID);
   switch (code) {
     case Verdict::OK:
-      answer << " OK";
+      lines += " OK";
       break;
     case Verdict::REJECTED:
-      answer << " REJECTED \"" << text << "\"";
+      lines += " REJECTED \"" + text + "\"";
       break;
     case Verdict::ERROR:
-      answer << " ERROR \"" << text << "\"";
+      lines += " ERROR \"" + text + "\"";
       break;
     case Verdict::DISCARD:
-      answer << " DISCARD";
+      lines += " DISCARD";
       break;
     default:
-      answer << " ADDHEADER \"" << text << "\"";
+      lines += " ADDHEADER \"" + text + "\"";
       break;
   }
+  lines.push_back('\n');
+  kvs::writeOutput(lines);
 }
 
 }  // namespace cgp

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -32,10 +33,16 @@ std::string transcript() {
   return all;
 }
 
+// How many whole lines of the output equal `needle` (which ends with its line feed).
 std::size_t countLines(const std::string& needle) {
-  std::lock_guard<std::mutex> lock(capturedLock);
+  const std::string all = transcript();
   std::size_t n = 0;
-  for (const auto& w : writes) n += w == needle ? 1 : 0;
+  for (std::size_t start = 0; start < all.size();) {
+    const std::size_t end = all.find('\n', start);
+    if (end == std::string::npos) break;
+    n += all.compare(start, end - start + 1, needle) == 0 ? 1 : 0;
+    start = end + 1;
+  }
   return n;
 }
 
@@ -99,8 +106,28 @@ TEST(RequestNumber, StreamExtraction) {
       {"2147483647", INT_MAX},
       {"99999999999", INT_MAX},
       {"-99999999999", INT_MIN},
+      {" \t4", 4},
+      {"-0", 0},
+      {"+-5", 0},
+      {"-2147483648", INT_MIN},
+      {"-2147483649", INT_MIN},
+      {"2147483648x", INT_MAX},
   };
   for (const auto& [text, n] : rows) EXPECT_EQ(cgp::requestNumber(text), n) << text;
+}
+
+// The reading must stay exactly what stream extraction does, on any text.
+TEST(RequestNumber, AgreesWithStreamExtraction) {
+  std::mt19937 rng(3);
+  const std::string alphabet = "0123456789+- \tx9";
+  for (int n = 0; n < 20000; ++n) {
+    std::string text(rng() % 14, ' ');
+    for (char& c : text) c = alphabet[rng() % alphabet.size()];
+    std::istringstream in(text);
+    int expected = 0;
+    in >> expected;
+    EXPECT_EQ(cgp::requestNumber(text), expected) << '"' << text << '"';
+  }
 }
 
 // Answers every message with ADDHEADER and one line naming the request.
@@ -204,11 +231,14 @@ TEST_F(Captured, ThreadedQueueLimitAndDuplicates) {
     EXPECT_EQ(countLines("* [" + n + "] Adding Header(s) to message\n"), 1u) << n;
   }
   EXPECT_EQ(countLines("51 ADDHEADER \"X-Done: 51\"\n"), 0u);
-  // Every write is exactly one whole line.
+  // Every write is made of whole lines, and a message's comment comes right before its answer.
   std::lock_guard<std::mutex> lock(capturedLock);
   for (const auto& w : writes) {
     ASSERT_FALSE(w.empty());
-    EXPECT_EQ(w.find('\n'), w.size() - 1) << w;
+    EXPECT_EQ(w.back(), '\n') << w;
+    if (w.find(" ADDHEADER ") != std::string::npos) {
+      EXPECT_EQ(w.rfind("* [", 0), 0u) << w;
+    }
   }
 }
 

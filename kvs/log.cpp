@@ -83,27 +83,30 @@ logline::~logline() {
   end();
 }
 
+std::string formatComment(int number, std::string_view source, std::string_view text) {
+  std::string prefix = "* ";
+  if (number != 0) prefix += "[" + std::to_string(number) + "] ";
+  if (!source.empty()) {
+    prefix += source;
+    prefix += ": ";
+  }
+  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  std::string lines = prefix;
+  lines.reserve(prefix.size() + text.size() + 1);
+  for (char c : text) {
+    lines.push_back(c);
+    if (c == '\n') lines += prefix;
+  }
+  lines.push_back('\n');
+  return lines;
+}
+
 void logline::end() {
   if (ended_) return;
   ended_ = true;
-  std::string text = str();
-
-  std::string prefix = "* ";
-  if (number_ != 0) prefix += "[" + std::to_string(number_) + "] ";
-  if (!source_.empty()) prefix += source_ + ": ";
-
-  auto format = [&prefix](std::string body) {
-    stripTrailingLineFeeds(body);
-    std::string lines = prefix;
-    for (char c : body) {
-      lines.push_back(c);
-      if (c == '\n') lines += prefix;
-    }
-    return lines;
-  };
-
+  const std::string text = str();
   if (source_.empty()) {
-    outline() << format(std::move(text));
+    writeOutput(formatComment(number_, source_, text));
     return;
   }
   // The filter's lock is held while the summary and the new line are written, so nothing
@@ -120,7 +123,7 @@ void logline::end() {
   }
   entry.lastText = text;
   entry.count = 1;
-  outline() << format(std::move(text));
+  writeOutput(formatComment(number_, source_, text));
 }
 
 std::string archiveFile(const std::string& path) {

@@ -10,6 +10,7 @@ need g++
 need libgtest-dev
 need libgmock-dev
 need dpkg-dev
+need dovecot-pop3d  # the POP3 client's test runs against a real server
 for extra in "$@"; do need "$extra"; done
 [ ${#want[@]} -eq 0 ] && exit 0
 if [ "$(id -u)" = 0 ]; then

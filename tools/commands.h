@@ -23,4 +23,8 @@ int runMailbox(const Args& args);
 int runResolve(const Args& args);
 int runRoute(const Args& args);
 
+// Server access: tools/cli_command.cpp and tools/pop3_command.cpp.
+int runCli(const Args& args);
+int runPop3(const Args& args);
+
 }  // namespace tool

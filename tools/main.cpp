@@ -17,6 +17,8 @@ const Command kCommands[] = {
     {"mailbox", "find the file or directory of a mailbox", runMailbox},
     {"resolve", "resolve an alias or a forwarder", runResolve},
     {"route", "route an address through the router table", runRoute},
+    {"cli", "send one command to the server's CLI and print its answer", runCli},
+    {"pop3", "count, fetch or delete messages on a POP3 server", runPop3},
     {nullptr, nullptr, nullptr},
 };
 

@@ -1,0 +1,210 @@
+// The CLI session: connection, greeting, the three logins, "inline", answers and their errors.
+#include "access/cli_session.h"
+
+#include "cgp/dataset_text.h"
+#include "kvs/md5.h"
+
+namespace cgp {
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r\n";
+constexpr const char* kInvalidArgument = "invalid or missing argument";
+constexpr const char* kInvalidLogin = "Invalid username or password";
+
+std::string trimBlanks(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return std::string();
+  const std::size_t last = text.find_last_not_of(kBlanks);
+  return std::string(text.substr(first, last - first + 1));
+}
+
+// The leading decimal number of `text`, 0 when it does not begin with a digit.
+int leadingNumber(std::string_view text) {
+  long long value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') break;
+    value = value * 10 + (c - '0');
+    if (value > 0x7fffffff) return 0;
+  }
+  return static_cast<int>(value);
+}
+
+}  // namespace
+
+CLISettings& CLISession::settings() {
+  static CLISettings instance;
+  return instance;
+}
+
+CLISession::CLISession() {
+  const CLISettings& s = settings();
+  open(s.host, s.port, s.user, s.password, s.loginMethod);
+}
+
+CLISession::CLISession(const std::string& host, std::uint16_t port, const std::string& user,
+                       const std::string& password, std::uint32_t method) {
+  open(host, port, user, password, method);
+}
+
+void CLISession::open(const std::string& host, std::uint16_t port, const std::string& user,
+                      const std::string& password, std::uint32_t method) {
+  kvs::sock::startup(false);
+  create(kStream, false);
+  connect(kvs::sock::resolveAddress(host, port), true);
+  login(user, password, method);
+}
+
+void CLISession::login(const std::string& user, const std::string& password, std::uint32_t method) {
+  const std::string greeting = readAnswerText();
+  auto refused = [this] {
+    std::string text = kInvalidLogin;
+    if (!lastStatus_.empty()) text += " (" + lastStatus_ + ")";
+    return kvs::InvalidLoginException(text, lastCode_);
+  };
+  switch (method) {
+    case kPlain:
+      sendCommand("user " + user);
+      readAnswer(false);
+      if (lastCode_ != 300) throw refused();
+      sendCommand("pass " + password);
+      break;
+    case kDigest: {
+      const std::size_t open = greeting.find('<');
+      const std::size_t close = open == std::string::npos ? open : greeting.find('>', open);
+      if (close == std::string::npos) throw kvs::InvalidServerPromptException(trimBlanks(greeting));
+      const std::string stamp = greeting.substr(open, close - open + 1);
+      sendCommand("APOP " + user + " " + kvs::md5Hex(stamp + password));
+      break;
+    }
+    case kWebUser:
+      sendCommand("AUTH WEBUSER " + user + " " + password);
+      break;
+    default:
+      throw kvs::ProtocolException(kInvalidArgument);
+  }
+  readAnswer(false);
+  if (lastCode_ != 200) throw refused();
+  // From here on a command's data comes on its answer line.
+  sendCommand("inline");
+  readAnswer(true);
+}
+
+bool CLISession::testLogin(const std::string& user, const std::string& password,
+                           std::uint32_t method, std::string& error, bool& reached) {
+  reached = false;
+  try {
+    const CLISettings& s = settings();
+    CLISession session(s.host, s.port, user, password, method);
+    reached = true;
+    return true;
+  } catch (const kvs::UnableToConnectException& e) {
+    error = e.getMessage();
+  } catch (const kvs::ConnectionResetException& e) {
+    error = e.getMessage();
+  } catch (const kvs::UnableToResolveAddressException& e) {
+    error = e.getMessage();
+  } catch (const kvs::Exception& e) {
+    reached = true;
+    error = e.getMessage();
+  }
+  return false;
+}
+
+std::string CLISession::describe(const kvs::Exception& error) {
+  if (dynamic_cast<const kvs::UnableToConnectException*>(&error)) {
+    return "Unable to connect to server";
+  }
+  if (dynamic_cast<const kvs::ConnectionResetException*>(&error)) {
+    return "Connection with the server has reset";
+  }
+  if (dynamic_cast<const CLIException*>(&error))
+    return "CLI module reported: " + error.getMessage();
+  if (dynamic_cast<const kvs::ProtocolException*>(&error) && !error.getMessage().empty()) {
+    return error.getMessage();
+  }
+  return "Unhandled error";
+}
+
+CLIAnswer CLISession::parseAnswer(std::string_view raw) {
+  const std::size_t space = raw.find(' ');
+  if (space == 0) throw kvs::InvalidServerResponseException(trimBlanks(raw));
+  CLIAnswer answer;
+  answer.code = leadingNumber(raw.substr(0, space));
+  if (answer.code == 0) throw kvs::ProtocolException(trimBlanks(raw));
+  const std::string_view rest = space == std::string_view::npos ? raw : raw.substr(space + 1);
+  if (answer.code == 200 || answer.code == 201) {
+    answer.status = "OK";
+    answer.data = std::string(rest);
+  } else {
+    answer.status = trimBlanks(rest);
+  }
+  return answer;
+}
+
+void CLISession::checkArgument(const std::string& name) {
+  if (name.empty()) throw kvs::ProtocolException(kInvalidArgument);
+}
+
+void CLISession::checkArgument(const DataSet& value, DataSet::Kind kind) {
+  bool good = false;
+  switch (kind) {
+    case DataSet::Text:
+      good = value.kind() == DataSet::Text && !value.getText().empty();
+      break;
+    case DataSet::Array:
+    case DataSet::Dictionary:
+      good = value.kind() == kind && value.count() != 0;
+      break;
+    default:
+      good = !value.isEmpty();
+      break;
+  }
+  if (!good) throw kvs::ProtocolException(kInvalidArgument);
+}
+
+void CLISession::sendCommand(const std::string& line) {
+  sendLine(line, true, true);
+}
+
+std::string CLISession::readAnswerText() {
+  std::string text = std::move(pending_);
+  pending_.clear();
+  std::string chunk;
+  while (text.empty() || text.back() != '\n') {
+    receiveChunk(chunk, true);
+    text += chunk;
+  }
+  const std::size_t end = text.find('\n');
+  if (end + 1 < text.size()) {
+    pending_ = text.substr(end + 1);
+    text.resize(end + 1);
+  }
+  return text;
+}
+
+void CLISession::readAnswer(bool throwOnError) {
+  lastCode_ = 0;
+  lastStatus_.clear();
+  lastData_.clear();
+  CLIAnswer answer = parseAnswer(readAnswerText());
+  lastCode_ = answer.code;
+  lastStatus_ = std::move(answer.status);
+  lastData_ = std::move(answer.data);
+  if (throwOnError && lastCode_ != 200 && lastCode_ != 201) {
+    throw CLIException(lastStatus_, lastCode_);
+  }
+}
+
+void CLISession::execute(const std::string& line) {
+  sendCommand(line);
+  readAnswer(true);
+}
+
+DataSet CLISession::query(const std::string& line) {
+  execute(line);
+  // 201 carries the data on the answer line; 200 sends it on the next line.
+  const std::string data = lastCode_ == 201 ? lastData_ : readAnswerText();
+  return parseDataSet(data);
+}
+
+}  // namespace cgp

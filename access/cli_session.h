@@ -1,0 +1,248 @@
+// cgp::CLISession: a logged-in session with the server's CLI administration interface, and one
+// member for each administration command it offers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "access/socket.h"
+#include "cgp/dataset.h"
+#include "kvs/exception.h"
+
+namespace cgp {
+
+// The process-wide settings that the default constructor reads. Set them before sessions are
+// made on other threads: they carry no lock.
+struct CLISettings {
+  std::uint32_t loginMethod = 1;  // 0 plain, 1 digest, 2 web user
+  std::uint16_t port = 106;
+  std::string host = kvs::sock::kLocalHost;
+  std::string user;
+  std::string password;
+};
+
+// One answer line taken apart.
+struct CLIAnswer {
+  int code = 0;
+  std::string status;  // "OK" for 200 and 201, else the server's text, trimmed
+  std::string data;    // for 200 and 201: the text after the code, line end included
+};
+
+class CLISession : public kvs::sock::socket {
+ public:
+  enum LoginMethod : std::uint32_t { kPlain = 0, kDigest = 1, kWebUser = 2 };
+
+  static CLISettings& settings();
+
+  // Connects and logs in with the process-wide settings, or with the given ones. Throws the
+  // socket errors, kvs::InvalidLoginException or kvs::InvalidServerPromptException.
+  CLISession();
+  CLISession(const std::string& host, std::uint16_t port, const std::string& user,
+             const std::string& password, std::uint32_t method);
+  ~CLISession() override = default;
+
+  // Logs in on a throw-away session to the configured server. Never throws: on failure puts
+  // the error's text into `error` and returns false; `reached` tells whether the server
+  // answered at all (false: nothing listens there, or the connection broke).
+  static bool testLogin(const std::string& user, const std::string& password, std::uint32_t method,
+                        std::string& error, bool& reached);
+
+  // The text that a user of the session is shown for one of its errors.
+  static std::string describe(const kvs::Exception& error);
+
+  // Takes an answer apart. Throws kvs::InvalidServerResponseException for an answer that
+  // begins with a blank and kvs::ProtocolException for one without a code.
+  static CLIAnswer parseAnswer(std::string_view raw);
+
+  // Argument checks of every command: an empty name, or a dataset that is not of `kind` (a
+  // text must not be empty, nor an array or dictionary), throws kvs::ProtocolException.
+  static void checkArgument(const std::string& name);
+  static void checkArgument(const DataSet& value, DataSet::Kind kind);
+
+  void sendCommand(const std::string& line);
+  // Reads and parses one answer into the last-answer fields; a code other than 200 and 201
+  // throws cgp::CLIException when asked.
+  void readAnswer(bool throwOnError);
+  // Sends a line and checks its answer; for a data command returns the answer's dataset.
+  void execute(const std::string& line);
+  DataSet query(const std::string& line);
+
+  // The commands (all of them, the irregular ones included) and whether each returns data.
+  struct CommandInfo {
+    const char* name;
+    bool returnsData;
+  };
+  static const std::vector<CommandInfo>& commands();
+  // The entry of one command by its exact name, or nullptr.
+  static const CommandInfo* findCommand(std::string_view name);
+
+  [[nodiscard]] int lastCode() const { return lastCode_; }
+  [[nodiscard]] const std::string& lastStatus() const { return lastStatus_; }
+  [[nodiscard]] const std::string& lastData() const { return lastData_; }
+
+  // ---- The command set (table in access/cli_commands.inc) ----
+#define VELMORA_DECLARE_DATA0(N) DataSet N();
+#define VELMORA_DECLARE_DO0(N) void N();
+#define VELMORA_DECLARE_DATA1(N, a) DataSet N(const std::string& a);
+#define VELMORA_DECLARE_DO1(N, a) void N(const std::string& a);
+#define VELMORA_DECLARE_DATA_OPT(N, a) DataSet N(const std::string& a = std::string());
+#define VELMORA_DECLARE_DO_OPT(N, a) void N(const std::string& a = std::string());
+#define VELMORA_DECLARE_DATA_KW(N, a, kw, b) DataSet N(const std::string& a, const std::string& b);
+#define VELMORA_DECLARE_DATA_KWOPT(N, a, kw, b) \
+  DataSet N(const std::string& a, const std::string& b = std::string());
+#define VELMORA_DECLARE_DO_KW(N, a, kw, b) void N(const std::string& a, const std::string& b);
+#define VELMORA_DECLARE_DO_KWOPT(N, a, kw, b) \
+  void N(const std::string& a, const std::string& b = std::string());
+#define VELMORA_DECLARE_DO_VALUE(N) void N(const DataSet& value);
+#define VELMORA_DECLARE_DO1_VALUE(N, a) void N(const std::string& a, const DataSet& value);
+#define VELMORA_DECLARE_DO1_DICTOPT(N, a) \
+  void N(const std::string& a, const DataSet& settings = DataSet());
+#define VELMORA_DECLARE_DO_TEXT(N, a) void N(const std::string& a);
+#define VELMORA_DECLARE_DO1_TEXT(N, a, kw, b) void N(const std::string& a, const std::string& b);
+#define VELMORA_DECLARE_DO_QUOTED(N, a) void N(const std::string& a);
+#define VELMORA_DECLARE_DATA_QUOTED(N, a) DataSet N(const std::string& a);
+#define VELMORA_DECLARE_DO_SKIN(N, a) void N(const std::string& domain, const std::string& a);
+#define VELMORA_DECLARE_DATA_SKIN(N, a) DataSet N(const std::string& domain, const std::string& a);
+#include "access/cli_commands.inc"
+  VELMORA_CLI_DATA0(VELMORA_DECLARE_DATA0)
+  VELMORA_CLI_DO0(VELMORA_DECLARE_DO0)
+  VELMORA_CLI_DATA1(VELMORA_DECLARE_DATA1)
+  VELMORA_CLI_DO1(VELMORA_DECLARE_DO1)
+  VELMORA_CLI_DATA_OPT(VELMORA_DECLARE_DATA_OPT)
+  VELMORA_CLI_DO_OPT(VELMORA_DECLARE_DO_OPT)
+  VELMORA_CLI_DATA_KW(VELMORA_DECLARE_DATA_KW)
+  VELMORA_CLI_DATA_KWOPT(VELMORA_DECLARE_DATA_KWOPT)
+  VELMORA_CLI_DO_KW(VELMORA_DECLARE_DO_KW)
+  VELMORA_CLI_DO_KWOPT(VELMORA_DECLARE_DO_KWOPT)
+  VELMORA_CLI_DO_DICT(VELMORA_DECLARE_DO_VALUE)
+  VELMORA_CLI_DO_ARRAY(VELMORA_DECLARE_DO_VALUE)
+  VELMORA_CLI_DO1_DICT(VELMORA_DECLARE_DO1_VALUE)
+  VELMORA_CLI_DO_OPT_DICT(VELMORA_DECLARE_DO1_VALUE)
+  VELMORA_CLI_DO1_ARRAY(VELMORA_DECLARE_DO1_VALUE)
+  VELMORA_CLI_DO1_DICTOPT(VELMORA_DECLARE_DO1_DICTOPT)
+  VELMORA_CLI_DO_TEXT(VELMORA_DECLARE_DO_TEXT)
+  VELMORA_CLI_DO1_TEXT(VELMORA_DECLARE_DO1_TEXT)
+  VELMORA_CLI_DO_QUOTED(VELMORA_DECLARE_DO_QUOTED)
+  VELMORA_CLI_DATA_QUOTED(VELMORA_DECLARE_DATA_QUOTED)
+  VELMORA_CLI_DO_SKIN(VELMORA_DECLARE_DO_SKIN)
+  VELMORA_CLI_DATA_SKIN(VELMORA_DECLARE_DATA_SKIN)
+#undef VELMORA_DECLARE_DATA0
+#undef VELMORA_DECLARE_DO0
+#undef VELMORA_DECLARE_DATA1
+#undef VELMORA_DECLARE_DO1
+#undef VELMORA_DECLARE_DATA_OPT
+#undef VELMORA_DECLARE_DO_OPT
+#undef VELMORA_DECLARE_DATA_KW
+#undef VELMORA_DECLARE_DATA_KWOPT
+#undef VELMORA_DECLARE_DO_KW
+#undef VELMORA_DECLARE_DO_KWOPT
+#undef VELMORA_DECLARE_DO_VALUE
+#undef VELMORA_DECLARE_DO1_VALUE
+#undef VELMORA_DECLARE_DO1_DICTOPT
+#undef VELMORA_DECLARE_DO_TEXT
+#undef VELMORA_DECLARE_DO1_TEXT
+#undef VELMORA_DECLARE_DO_QUOTED
+#undef VELMORA_DECLARE_DATA_QUOTED
+#undef VELMORA_DECLARE_DO_SKIN
+#undef VELMORA_DECLARE_DATA_SKIN
+
+  // The commands with a line of their own. An empty acting account (`auth`) adds no AUTH part.
+  void CreateAccount(const std::string& account, const DataSet& settings = DataSet(),
+                     bool external = false);
+  void CreateMailbox(const std::string& account, const std::string& mailbox,
+                     const std::string& auth = std::string());
+  // With `withSubMailboxes` the mailbox's sub-mailboxes go too (MAILBOXES).
+  void DeleteMailbox(const std::string& account, const std::string& mailbox,
+                     bool withSubMailboxes = false, const std::string& auth = std::string());
+  void RenameMailbox(const std::string& account, const std::string& oldName,
+                     const std::string& newName, bool withSubMailboxes = false,
+                     const std::string& auth = std::string());
+  DataSet GetMailboxInfo(const std::string& account, const std::string& mailbox,
+                         const std::string& auth = std::string());
+  DataSet GetMailboxACL(const std::string& account, const std::string& mailbox,
+                        const std::string& auth = std::string());
+  void SetMailboxACL(const std::string& account, const std::string& mailbox, const DataSet& acl,
+                     const std::string& auth = std::string());
+  DataSet GetMailboxRights(const std::string& account, const std::string& mailbox,
+                           const std::string& auth);
+  void SetMailboxClass(const std::string& account, const std::string& mailbox,
+                       const std::string& mailboxClass, const std::string& auth = std::string());
+  void UpdateMailboxInfo(const std::string& account, const std::string& mailbox,
+                         const DataSet& info);
+  DataSet ListMailboxes(const std::string& account, const std::string& filter = std::string(),
+                        const std::string& auth = std::string());
+  DataSet ListSubscribers(const std::string& list, const std::string& filter = std::string());
+  void List(const std::string& list, const std::string& operation, const std::string& subscriber,
+            bool silently = false, bool confirm = false);
+  void ProcessBounce(const std::string& list, const std::string& subscriber, bool fatal = false);
+  void SetPostingMode(const std::string& list, const std::string& subscriber,
+                      const std::string& mode);
+  DataSet Route(const std::string& address, bool mail = false);
+  void DeleteDomain(const std::string& domain, bool force = false);
+  DataSet CreateWebUserSession(const std::string& account, const std::string& ipAddress,
+                               const std::string& skin = std::string());
+  void RenameClusterSkin(const std::string& oldSkin, const std::string& newSkin);
+  void RenameServerSkin(const std::string& oldSkin, const std::string& newSkin);
+  void RenameDomainSkin(const std::string& domain, const std::string& oldSkin,
+                        const std::string& newSkin);
+  DataSet ReadClusterSkinFile(const std::string& skin, const std::string& file);
+  DataSet ReadServerSkinFile(const std::string& skin, const std::string& file);
+  DataSet ReadDomainSkinFile(const std::string& domain, const std::string& skin,
+                             const std::string& file);
+  // Stores `data` (sent between quotes as it is, typically base64) in a skin file; the
+  // two-argument forms delete the file, which the server does through the same command.
+  void StoreClusterSkinFile(const std::string& skin, const std::string& file,
+                            const std::string& data);
+  void StoreClusterSkinFile(const std::string& skin, const std::string& file);
+  void StoreServerSkinFile(const std::string& skin, const std::string& file,
+                           const std::string& data);
+  void StoreServerSkinFile(const std::string& skin, const std::string& file);
+  void StoreDomainSkinFile(const std::string& domain, const std::string& skin,
+                           const std::string& file, const std::string& data);
+  void StoreDomainSkinFile(const std::string& domain, const std::string& skin,
+                           const std::string& file);
+  void DeleteClusterSkinFile(const std::string& skin, const std::string& file) {
+    StoreClusterSkinFile(skin, file);
+  }
+  void DeleteServerSkinFile(const std::string& skin, const std::string& file) {
+    StoreServerSkinFile(skin, file);
+  }
+  void DeleteDomainSkinFile(const std::string& domain, const std::string& skin,
+                            const std::string& file) {
+    StoreDomainSkinFile(domain, skin, file);
+  }
+  DataSet GetWebFile(const std::string& account, const std::string& file);
+  DataSet GetWebFile(const std::string& account, const std::string& file, std::uint64_t offset,
+                     std::uint64_t size);
+  void PutWebFile(const std::string& account, const std::string& file, const DataSet& data);
+  void PutWebFile(const std::string& account, const std::string& file, std::uint64_t offset,
+                  const DataSet& data);
+  void PutWebUserInterface(const std::string& domain, const std::string& file, const DataSet& data);
+  void DeleteWebFile(const std::string& account, const std::string& file);
+  void DeleteWebUserInterface(const std::string& domain, const std::string& file);
+  DataSet GetWebUserInterface(const std::string& domain, const std::string& file);
+  DataSet ListWebUserInterface(const std::string& domain, const std::string& file);
+  void RenameWebFile(const std::string& account, const std::string& oldName,
+                     const std::string& newName);
+  DataSet ListWebFiles(const std::string& account, const std::string& path = std::string());
+  void WriteLog(std::uint32_t level, const std::string& text);
+  // `report` (optional) is the text of the rejection report, written as a dataset string.
+  void RejectQueueMessage(const std::string& messageId, const std::string& report = std::string());
+
+ private:
+  void open(const std::string& host, std::uint16_t port, const std::string& user,
+            const std::string& password, std::uint32_t method);
+  void login(const std::string& user, const std::string& password, std::uint32_t method);
+  // One answer's raw text: chunks until the text ends with a line feed. Lines that came along
+  // behind the first are kept for the next read.
+  std::string readAnswerText();
+
+  int lastCode_ = 0;
+  std::string lastStatus_;
+  std::string lastData_;
+  std::string pending_;
+};
+
+}  // namespace cgp

@@ -1,0 +1,162 @@
+// The POP3 client against a scripted server: the lines of both logins, STAT, RETR with
+// dot-stuffing and every kind of line end in pieces, DELE, QUIT, and each failure.
+#include "access/pop3_client.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "access/scripted_server.h"
+#include "kvs/exception.h"
+#include "kvs/md5.h"
+
+namespace {
+
+using kvs::pop3::client;
+using testing_server::hangUp;
+using testing_server::pause;
+using testing_server::receive;
+using testing_server::ScriptedServer;
+using testing_server::send;
+
+TEST(Pop3Client, PlainSessionFromGreetingToQuit) {
+  ScriptedServer server({send("+OK POP3 ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                         send("+OK logged in\r\n"), receive(), send("+OK 2 320\r\n"), receive(),
+                         send("+OK 120 octets\r\nSubject: x\r\n\r\n..dot\r\n"), pause(30),
+                         send("lone lf\nlone cr\rsplit cr"), pause(30), send("\r"), pause(30),
+                         send("\n..\r\n\r\nend\r\n.\r\n"), receive(), send("+OK deleted\r\n"),
+                         receive(), send("+OK bye\r\n")});
+  client pop;
+  pop.setTimeouts(5000, 0);
+  pop.connect("127.0.0.1", server.port());
+  EXPECT_EQ(pop.state(), client::kAuthorization);
+  EXPECT_EQ(pop.greeting(), "+OK POP3 ready");
+  pop.login("alice", "secret");
+  EXPECT_EQ(pop.state(), client::kTransaction);
+  std::uint64_t size = 0;
+  EXPECT_EQ(pop.count(&size), 2u);
+  EXPECT_EQ(size, 320u);
+  std::ostringstream message;
+  pop.retrieve(1, message);
+  EXPECT_EQ(message.str(), "Subject: x\n\n.dot\nlone lf\nlone cr\nsplit cr\n.\n\nend\n");
+  EXPECT_TRUE(pop.remove(1));
+  pop.close();
+  EXPECT_EQ(pop.state(), client::kClosed);
+  EXPECT_EQ(server.finish(), (std::vector<std::string>{"USER alice", "PASS secret", "STAT",
+                                                       "RETR 1", "DELE 1", "QUIT"}));
+}
+
+TEST(Pop3Client, ApopUsesTheGreetingStamp) {
+  ScriptedServer server({send("+OK ready <1896.697170952@dbc.mtview.ca.us>\r\n"), receive(),
+                         send("+OK\r\n"), receive(), send("+OK bye\r\n")});
+  client pop;
+  pop.setTimeouts(5000, 0);
+  pop.connect("127.0.0.1", server.port());
+  pop.login("mrose", "tanstaaf", true);
+  pop.close();
+  // The digest of RFC 1939's own example.
+  EXPECT_EQ(server.finish(),
+            (std::vector<std::string>{"APOP mrose c4c9334bac560ecc979e58001b3e22fb", "QUIT"}));
+}
+
+TEST(Pop3Client, DestructionSendsQuit) {
+  ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK bye\r\n")});
+  {
+    client pop;
+    pop.setTimeouts(5000, 0);
+    pop.connect("127.0.0.1", server.port());
+  }
+  EXPECT_EQ(server.finish(), (std::vector<std::string>{"QUIT"}));
+}
+
+TEST(Pop3Client, WrongStateSendsNothing) {
+  ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n")});
+  client pop;
+  std::ostringstream out;
+  EXPECT_THROW(pop.login("a", "b"), kvs::ProtocolException);
+  pop.setTimeouts(5000, 0);
+  pop.connect("127.0.0.1", server.port());
+  EXPECT_THROW(pop.count(), kvs::ProtocolException);
+  EXPECT_THROW(pop.retrieve(1, out), kvs::ProtocolException);
+  EXPECT_THROW(pop.remove(1), kvs::ProtocolException);
+  pop.close();
+  EXPECT_EQ(server.finish(), (std::vector<std::string>{"QUIT"}));
+}
+
+TEST(Pop3Client, Failures) {
+  {
+    SCOPED_TRACE("bad greeting");
+    ScriptedServer server({send("-ERR too busy\r\n"), receive(), send("+OK\r\n")});
+    client pop;
+    pop.setTimeouts(5000, 0);
+    try {
+      pop.connect("127.0.0.1", server.port());
+      ADD_FAILURE() << "connected";
+    } catch (const kvs::InvalidServerPromptException& e) {
+      EXPECT_STREQ(e.what(), "-ERR too busy");
+    }
+    EXPECT_EQ(pop.state(), client::kClosed);
+    EXPECT_EQ(server.finish(), (std::vector<std::string>{"QUIT"}));
+  }
+  {
+    SCOPED_TRACE("APOP without a stamp");
+    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n")});
+    client pop;
+    pop.setTimeouts(5000, 0);
+    pop.connect("127.0.0.1", server.port());
+    EXPECT_THROW(pop.login("a", "b", true), kvs::InvalidServerPromptException);
+  }
+  {
+    SCOPED_TRACE("refused password");
+    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                           send("-ERR [AUTH] Authentication failed.\r\n"), receive(),
+                           send("+OK\r\n")});
+    client pop;
+    pop.setTimeouts(5000, 0);
+    pop.connect("127.0.0.1", server.port());
+    try {
+      pop.login("a", "b");
+      ADD_FAILURE() << "logged in";
+    } catch (const kvs::InvalidLoginException& e) {
+      EXPECT_STREQ(e.what(), "Invalid username or password (-ERR [AUTH] Authentication failed.)");
+    }
+    EXPECT_EQ(pop.state(), client::kAuthorization);
+  }
+  {
+    SCOPED_TRACE("refused commands");
+    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                           send("+OK\r\n"), receive(), send("-ERR no\r\n"), receive(),
+                           send("-ERR no such message\r\n"), receive(), send("-ERR gone\r\n"),
+                           receive(), send("+OK\r\n")});
+    client pop;
+    pop.setTimeouts(5000, 0);
+    pop.connect("127.0.0.1", server.port());
+    pop.login("a", "b");
+    std::ostringstream out;
+    EXPECT_THROW(pop.count(), kvs::InvalidServerResponseException);
+    try {
+      pop.retrieve(9, out);
+      ADD_FAILURE() << "retrieved";
+    } catch (const kvs::InvalidServerResponseException& e) {
+      EXPECT_STREQ(e.what(), "-ERR no such message");
+    }
+    EXPECT_THROW(pop.remove(9), kvs::InvalidServerResponseException);
+    EXPECT_EQ(out.str(), "");
+  }
+  {
+    SCOPED_TRACE("server gone during RETR");
+    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                           send("+OK\r\n"), receive(), send("+OK\r\nfirst\r\nsec"), hangUp()});
+    client pop;
+    pop.setTimeouts(5000, 0);
+    pop.connect("127.0.0.1", server.port());
+    pop.login("a", "b");
+    std::ostringstream out;
+    EXPECT_THROW(pop.retrieve(1, out), kvs::ConnectionResetException);
+    EXPECT_EQ(out.str(), "first\n");
+  }
+}
+
+}  // namespace
