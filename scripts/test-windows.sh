@@ -74,7 +74,26 @@ run_build() {
   return $status
 }
 
+# The programs must run on a bare Windows: they may import only DLLs that every Windows has.
+check_imports() {
+  local objdump=$1-objdump exe dll
+  for exe in "$2/velmora.exe" "$2/velmora-tool.exe"; do
+    for dll in $("$objdump" -p "$exe" | awk '/DLL Name:/ {print $3}'); do
+      case "${dll,,}" in
+        kernel32.dll | msvcrt.dll | ws2_32.dll | advapi32.dll) ;;
+        *)
+          echo "$exe needs $dll, which is not part of Windows" >&2
+          return 1
+          ;;
+      esac
+    done
+  done
+}
+
 failed=0
+check_imports x86_64-w64-mingw32 build/windows64 || failed=1
+check_imports i686-w64-mingw32 build/windows32 || failed=1
+
 wine64=$(loader_named wine64)
 if [ -z "$wine64" ]; then
   echo "wine64 is not installed (make test-windows installs it as root)" >&2
