@@ -2,6 +2,7 @@
 // lines on standard input, their standard output compared with exact transcripts.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -117,6 +118,28 @@ TEST(Protocol, FileThatExistsButCannotBeOpened) {
   const auto r = run(testing_process::program(), "15 FiLe sock\n", 60, s.path());
   EXPECT_EQ(r.exitCode, 0);
   EXPECT_EQ(r.out, kBanner + kReady + "15 OK \"Error: unable to open file sock\"\n");
+}
+
+// Names that exist but are no files: opening them for a scan would block on a reader that never
+// writes. A Windows program sees device names; a POSIX one, named pipes.
+TEST(Protocol, DevicesAndPipesAreNotOpened) {
+  Scratch s;
+  std::vector<std::string> names;
+  if (testing_process::windowsPrograms()) {
+    names = {"NUL", "CON", "CONIN$"};
+  } else {
+    ASSERT_EQ(::mkfifo((s.path() + "/fifo").c_str(), 0600), 0);
+    names = {"fifo"};
+  }
+  std::string input, expected = kBanner + kReady;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    input += std::to_string(i + 1) + " FILE " + names[i] + "\n";
+    expected += std::to_string(i + 1) + " OK \"Error: unable to open file " + names[i] + "\"\n";
+  }
+  const auto r = run(testing_process::program(), input + "9 KEY\n", 30, s.path());
+  EXPECT_FALSE(r.timedOut);
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_EQ(r.out, expected + "9 OK\n");
 }
 
 TEST(Protocol, EndOfInputRightAfterStartUp) {
