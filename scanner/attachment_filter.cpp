@@ -3,14 +3,33 @@
 
 #include <cstdio>
 
+#include "kvs/log.h"
 #include "kvs/text.h"
 
 AttachmentFilter::AttachmentFilter() : cgp::ExtFilter(false) {}
 AttachmentFilter::~AttachmentFilter() = default;
 
-cgp::Verdict AttachmentFilter::filterMessage(int, const std::string&) {
-  // The message walk is not wired in yet: every message gets the scanner line only.
-  return {cgp::Verdict::ADDHEADER, {"X-ExtScanner: Korvantis's Velmora"}};
+std::vector<std::string> AttachmentFilter::headerLines(const MessageScanner& scanner) {
+  std::vector<std::string> lines;
+  lines.reserve(scanner.results().size() + 2);
+  for (const std::string& finding : scanner.results()) lines.push_back("X-AttachExt: " + finding);
+  if (scanner.emptyBody()) lines.emplace_back("X-EmptyBody: YES");
+  lines.emplace_back("X-ExtScanner: Korvantis's Velmora");
+  return lines;
+}
+
+cgp::Verdict AttachmentFilter::filterMessage(int, const std::string& path) {
+  // The path is handed on as a C string: it ends at its first NUL byte.
+  if (!messageScanner_.open(std::string(path.c_str()))) {
+    // The file went away (or was locked) after the engine's own check: accept the message.
+    kvs::outline() << "* Unexpected error, contact Korvantis";
+    return {cgp::Verdict::OK, {}};
+  }
+  std::string line;
+  while (messageScanner_.readLine(line)) {
+  }
+  messageScanner_.close();
+  return {cgp::Verdict::ADDHEADER, headerLines(messageScanner_)};
 }
 
 int AttachmentFilter::run(int argc, char** argv) {

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/helper.h"
+#include "scanner/message_scanner.h"
 
 class AttachmentFilter : public cgp::ExtFilter {
  public:
@@ -14,5 +16,11 @@ class AttachmentFilter : public cgp::ExtFilter {
   // Banner, program directory, the command loop; the process's exit code.
   int run(int argc, char** argv);
 
+  // The header lines for what a finished scan found, in the order the server gets them.
+  [[nodiscard]] static std::vector<std::string> headerLines(const MessageScanner& scanner);
+
   std::string programDirectory;
+
+ private:
+  MessageScanner messageScanner_;
 };

@@ -15,6 +15,9 @@ struct Command {
   int (*run)(const Args& args);
 };
 
+// The message scanner: tools/scan_command.cpp.
+int runScan(const Args& args);
+
 // Server data (cgp): each in its own tools/<name>_command.cpp.
 int runDataset(const Args& args);
 int runDomains(const Args& args);

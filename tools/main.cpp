@@ -11,6 +11,7 @@ namespace {
 
 // One row per command; each command's file defines its run function.
 const Command kCommands[] = {
+    {"scan", "the header lines the filter would add to each message file", runScan},
     {"dataset", "read a dataset text and write it back", runDataset},
     {"domains", "list the domains of a base directory", runDomains},
     {"account", "find the directory of an account", runAccount},

@@ -1,0 +1,383 @@
+// velmora-bench: times the velmora program answering whole corpora through one process each run,
+// against the limit of reading the same files in 64 KiB blocks and counting their lines with
+// memchr, and checks the speed and memory targets. POSIX only (fork, pipes, poll); the peak
+// memory comes from /proc where there is one, from wait4 otherwise.
+//
+//   velmora-bench --corpora DIR [--velmora PATH] [--runs N] [--only NAME[,NAME...]]
+// (the velmora of the same build by default)
+//
+// Exits 0 whatever the figures are (the targets are informative); 1 when the harness itself
+// failed: a corpus missing, the program dying, or a request left without an answer.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/answer_tally.h"
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr int kSilenceLimitSeconds = 120;  // no output for this long: the program hangs
+constexpr double kMiB = 1024.0 * 1024.0;
+
+struct HarnessError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct Corpus {
+  std::string name;
+  fs::path dir;
+  std::vector<std::string> files;
+  std::vector<std::string> expected;  // the answer text of each file
+  std::uint64_t bytes = 0;
+  std::uint64_t largestZip = 0;
+  std::string requests;  // "0 INTF 3", then one "<n> FILE <file>" per message
+};
+
+Corpus loadCorpus(const fs::path& root, const std::string& name) {
+  Corpus corpus;
+  corpus.name = name;
+  corpus.dir = root / name;
+  std::ifstream manifest(corpus.dir / "manifest.txt", std::ios::binary);
+  if (!manifest) throw HarnessError("no corpus at " + corpus.dir.string());
+  std::string line;
+  while (std::getline(manifest, line)) {
+    if (line.starts_with("# largest-zip ")) {
+      corpus.largestZip = std::stoull(line.substr(14));
+    } else if (!line.starts_with("#")) {
+      const std::size_t tab = line.find('\t');
+      if (tab == std::string::npos) throw HarnessError("bad manifest line: " + line);
+      corpus.files.push_back(line.substr(0, tab));
+      corpus.expected.push_back(line.substr(tab + 1));
+    }
+  }
+  corpus.requests = "0 INTF 3\n";
+  for (std::size_t i = 0; i < corpus.files.size(); ++i) {
+    corpus.requests += std::to_string(i + 1) + " FILE " + corpus.files[i] + "\n";
+    corpus.bytes += fs::file_size(corpus.dir / corpus.files[i]);
+  }
+  if (corpus.files.empty()) throw HarnessError("empty corpus at " + corpus.dir.string());
+  return corpus;
+}
+
+double threadCpuSeconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+double cpuSeconds(const timeval& user, const timeval& system) {
+  return static_cast<double>(user.tv_sec + system.tv_sec) +
+         static_cast<double>(user.tv_usec + system.tv_usec) / 1e6;
+}
+
+struct Timing {
+  double seconds = 0;  // wall clock
+  double cpu = 0;      // processor time of the side measured, which other load disturbs less
+};
+
+// The limit: what it costs just to read every byte and find every line end.
+Timing limitPass(const Corpus& corpus, std::uint64_t& lines) {
+  static std::vector<char> buffer(64 * 1024);
+  const auto start = Clock::now();
+  const double cpuStart = threadCpuSeconds();
+  lines = 0;
+  for (const std::string& file : corpus.files) {
+    const int fd = ::open((corpus.dir / file).c_str(), O_RDONLY);
+    if (fd < 0) throw HarnessError("cannot open " + (corpus.dir / file).string());
+    ssize_t got;
+    while ((got = ::read(fd, buffer.data(), buffer.size())) > 0) {
+      const char* p = buffer.data();
+      const char* end = p + got;
+      while ((p = static_cast<const char*>(std::memchr(p, '\n', end - p))) != nullptr) {
+        ++lines;
+        ++p;
+      }
+    }
+    ::close(fd);
+    if (got < 0) throw HarnessError("cannot read " + file);
+  }
+  return {std::chrono::duration<double>(Clock::now() - start).count(),
+          threadCpuSeconds() - cpuStart};
+}
+
+struct ProgramRun {
+  Timing time;
+  long peakKiB = 0;
+  std::size_t differing = 0;
+  std::vector<std::string> differingExamples;
+};
+
+void writeAll(int fd, const std::string& bytes, std::atomic<bool>& failed) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      failed = true;
+      return;
+    }
+    done += static_cast<std::size_t>(n);
+  }
+}
+
+// The peak resident memory of the running program in KiB, 0 where /proc does not tell. Read
+// while the program still runs, because wait4's figure for a child also counts the memory the
+// child shared with this process between fork and exec.
+long residentHighWater(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.starts_with("VmHWM:")) return std::atol(line.c_str() + 6);
+  }
+  return 0;
+}
+
+// One process answers the whole corpus. The clock runs from the start of the process to the
+// last answer; the requests are written by a second thread so that neither pipe can fill up
+// and stall both sides.
+ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
+  int toChild[2], fromChild[2];
+  if (::pipe(toChild) != 0 || ::pipe(fromChild) != 0) throw HarnessError("pipe failed");
+  const auto start = Clock::now();
+  const pid_t pid = ::fork();
+  if (pid < 0) throw HarnessError("fork failed");
+  if (pid == 0) {
+    ::dup2(toChild[0], 0);
+    ::dup2(fromChild[1], 1);
+    ::close(toChild[0]);
+    ::close(toChild[1]);
+    ::close(fromChild[0]);
+    ::close(fromChild[1]);
+    // The server starts the filter in its own directory and names queue files relative to it.
+    if (::chdir(corpus.dir.c_str()) != 0) ::_exit(126);
+    ::execl(program.c_str(), "velmora", static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  ::close(toChild[0]);
+  ::close(fromChild[1]);
+
+  std::atomic<bool> writeFailed = false;
+  std::thread writer(writeAll, toChild[1], std::cref(corpus.requests), std::ref(writeFailed));
+  bench::AnswerTally tally(corpus.expected);
+  std::vector<char> buffer(64 * 1024);
+  std::string failure;
+  bool ended = false;
+  while (!tally.complete() && !ended) {
+    pollfd wait{fromChild[0], POLLIN, 0};
+    const int ready = ::poll(&wait, 1, kSilenceLimitSeconds * 1000);
+    if (ready == 0) {
+      failure = "no output for " + std::to_string(kSilenceLimitSeconds) + " s";
+      ::kill(pid, SIGKILL);
+      break;
+    }
+    const ssize_t got = ::read(fromChild[0], buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0)
+      ended = true;
+    else
+      tally.feed(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
+  }
+  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  const long highWater = failure.empty() ? residentHighWater(pid) : 0;
+  // A killed or finished program makes the writer's pipe fail or drain, so the join returns.
+  writer.join();
+  ::close(toChild[1]);  // end of input: the filter ends
+  while (!ended && failure.empty()) {
+    pollfd wait{fromChild[0], POLLIN, 0};
+    if (::poll(&wait, 1, kSilenceLimitSeconds * 1000) <= 0) break;
+    const ssize_t got = ::read(fromChild[0], buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    tally.feed(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
+  }
+  ::close(fromChild[0]);
+
+  int status = 0;
+  rusage usage{};
+  if (::wait4(pid, &status, 0, &usage) != pid) throw HarnessError("wait4 failed");
+  if (failure.empty() && !tally.complete()) {
+    failure = "the program answered " + std::to_string(tally.answered()) + " of " +
+              std::to_string(corpus.files.size() + 1) + " requests; request " +
+              std::to_string(tally.firstMissing()) + " got no answer";
+  }
+  if (failure.empty() && !tally.problems().empty()) failure = tally.problems().front();
+  if (failure.empty() && writeFailed) failure = "writing the requests failed";
+  if (failure.empty() && (!WIFEXITED(status) || WEXITSTATUS(status) != 0)) {
+    failure = WIFSIGNALED(status)
+                  ? "the program died of signal " + std::to_string(WTERMSIG(status))
+                  : "the program exited with " + std::to_string(WEXITSTATUS(status));
+  }
+  if (!failure.empty()) throw HarnessError(corpus.name + ": " + failure);
+  return {{seconds, cpuSeconds(usage.ru_utime, usage.ru_stime)},
+          highWater > 0 ? highWater : usage.ru_maxrss,
+          tally.differing(),
+          tally.differingExamples()};
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const std::size_t n = values.size();
+  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+struct Verdicts {
+  int passed = 0, failed = 0;
+  void check(bool ok, const std::string& text) {
+    std::printf("  %s %s\n", ok ? "PASS" : "FAIL", text.c_str());
+    ++(ok ? passed : failed);
+  }
+};
+
+void benchCorpus(const fs::path& program, const Corpus& corpus, int runs, Verdicts& verdicts) {
+  const double megabytes = static_cast<double>(corpus.bytes) / 1e6;
+  const double messages = static_cast<double>(corpus.files.size());
+  std::printf("\n%s: %zu messages, %.1f MB\n", corpus.name.c_str(), corpus.files.size(), megabytes);
+  std::fflush(stdout);
+  std::uint64_t lines = 0;
+  limitPass(corpus, lines);  // brings the files into the page cache
+  std::vector<double> limitTimes, programTimes, limitCpu, programCpu;
+  long peakKiB = 0;
+  ProgramRun last;
+  for (int run = 0; run < runs; ++run) {
+    // Alternate which side goes first, so a drift in the machine's load hits both alike.
+    Timing limit;
+    if (run % 2 == 0) limit = limitPass(corpus, lines);
+    last = programPass(program, corpus);
+    if (run % 2 == 1) limit = limitPass(corpus, lines);
+    limitTimes.push_back(limit.seconds);
+    limitCpu.push_back(limit.cpu);
+    programTimes.push_back(last.time.seconds);
+    programCpu.push_back(last.time.cpu);
+    peakKiB = std::max(peakKiB, last.peakKiB);
+  }
+  const double limitRate = megabytes / median(limitTimes);
+  const double programRate = megabytes / median(programTimes);
+  const double messageRate = messages / median(programTimes);
+  const double ratio = programRate / limitRate;
+  const double peakMiB = static_cast<double>(peakKiB) * 1024.0 / kMiB;
+  const double zipMiB = static_cast<double>(corpus.largestZip) / kMiB;
+  std::printf("  limit (64 KiB reads + memchr, %llu lines): %.0f MB/s\n",
+              static_cast<unsigned long long>(lines), limitRate);
+  std::printf("  velmora: %.0f MB/s, %.0f messages/s, peak memory %.1f MiB, %.3f of the limit\n",
+              programRate, messageRate, peakMiB, ratio);
+  std::printf("  runs (s): velmora");
+  for (double t : programTimes) std::printf(" %.3f", t);
+  std::printf("; limit");
+  for (double t : limitTimes) std::printf(" %.3f", t);
+  std::printf("\n");
+  std::printf(
+      "  processor time only: velmora %.0f MB/s, %.0f messages/s; limit %.0f MB/s; %.3f of it\n",
+      megabytes / median(programCpu), messages / median(programCpu), megabytes / median(limitCpu),
+      median(limitCpu) / median(programCpu));
+
+  if (corpus.name == "mixed") {
+    verdicts.check(ratio >= 0.5,
+                   "mixed speed: " + std::to_string(ratio) + " of the limit (>= 0.5)");
+  } else if (corpus.name == "small") {
+    verdicts.check(
+        messageRate >= 50000,
+        "small rate: " + std::to_string(static_cast<long>(messageRate)) + " messages/s (>= 50000)");
+  } else if (corpus.name == "zip-heavy") {
+    verdicts.check(ratio >= 0.25,
+                   "zip-heavy speed: " + std::to_string(ratio) + " of the limit (>= 0.25)");
+  }
+  char memory[160];
+  std::snprintf(memory, sizeof memory,
+                "%s memory: peak %.1f MiB <= 16 MiB + largest decoded ZIP %.1f MiB",
+                corpus.name.c_str(), peakMiB, zipMiB);
+  verdicts.check(peakMiB <= 16.0 + zipMiB, memory);
+
+  if (last.differing == 0) {
+    std::printf("  answers: all %zu as the generator expects\n", corpus.files.size());
+  } else {
+    std::printf("  answers: %zu of %zu differ from what the generator expects, e.g.\n",
+                last.differing, corpus.files.size());
+    for (const std::string& example : last.differingExamples) {
+      std::printf("    %s\n", example.c_str());
+    }
+  }
+  std::fflush(stdout);
+}
+
+std::vector<std::string> split(const std::string& list) {
+  std::vector<std::string> names;
+  std::size_t from = 0;
+  while (from <= list.size()) {
+    const std::size_t comma = std::min(list.find(',', from), list.size());
+    if (comma > from) names.push_back(list.substr(from, comma - from));
+    from = comma + 1;
+  }
+  return names;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  fs::path program = VELMORA_PROGRAM, corpora;
+  int runs = 5;
+  std::vector<std::string> names = {"mixed", "small", "zip-heavy"};
+  for (int i = 1; i + 1 < argc; i += 2) {
+    const std::string option = argv[i], value = argv[i + 1];
+    if (option == "--velmora")
+      program = value;
+    else if (option == "--corpora")
+      corpora = value;
+    else if (option == "--runs")
+      runs = std::max(1, std::stoi(value));
+    else if (option == "--only")
+      names = split(value);
+    else
+      program.clear(), i = argc;
+  }
+  if (program.empty() || corpora.empty()) {
+    std::cerr
+        << "usage: velmora-bench --corpora DIR [--velmora PATH] [--runs N] [--only NAME,...]\n";
+    return 2;
+  }
+  // A filter that dies must not take the harness with it through a write to a closed pipe.
+  ::signal(SIGPIPE, SIG_IGN);
+  try {
+    program = fs::absolute(program);
+    if (!fs::is_regular_file(program)) throw HarnessError("no program at " + program.string());
+    std::printf("velmora-bench: %s, %d runs per corpus, medians\n", program.string().c_str(), runs);
+    // The targets are judged on the wall clock, which other work on the machine stretches.
+    std::ifstream loadavg("/proc/loadavg");
+    std::string load;
+    if (loadavg >> load) {
+      std::printf("load average %s on %u processors at the start\n", load.c_str(),
+                  std::thread::hardware_concurrency());
+    }
+    Verdicts verdicts;
+    for (const std::string& name : names) {
+      benchCorpus(program, loadCorpus(corpora, name), runs, verdicts);
+    }
+    std::printf("\n%d targets met, %d missed\n", verdicts.passed, verdicts.failed);
+  } catch (const std::exception& e) {
+    std::fflush(stdout);
+    std::cerr << "velmora-bench: FAILED: " << e.what() << "\n";
+    return 1;
+  }
+  return 0;
+}

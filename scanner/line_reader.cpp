@@ -1,0 +1,202 @@
+// Buffered line reading over a message file.
+#include "scanner/line_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace scanner {
+
+LineReader::LineReader(std::size_t blockSize) : buffer_(std::max<std::size_t>(blockSize, 1)) {}
+
+bool LineReader::open(const std::string& path) {
+  close();
+  return file_.open(path);
+}
+
+void LineReader::openMemory(std::string_view bytes) {
+  close();
+  memory_ = bytes;
+  memoryOpen_ = true;
+}
+
+void LineReader::close() {
+  file_.close();
+  memoryOpen_ = false;
+  memory_ = {};
+  memoryPos_ = 0;
+  begin_ = end_ = 0;
+  bufferPos_ = 0;
+  eof_ = false;
+  hadNewline_ = false;
+  long_.clear();
+  long_.shrink_to_fit();
+}
+
+std::size_t LineReader::readSource(char* into, std::size_t size) {
+  if (memoryOpen_) {
+    const std::size_t n = std::min(size, memory_.size() - memoryPos_);
+    std::memcpy(into, memory_.data() + memoryPos_, n);
+    memoryPos_ += n;
+    return n;
+  }
+  const std::int64_t n = file_.read(into, size);
+  return n > 0 ? static_cast<std::size_t>(n) : 0;  // a read error ends the input like EOF
+}
+
+bool LineReader::refill() {
+  if (eof_) return false;
+  if (begin_ > 0) {
+    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    bufferPos_ += static_cast<std::int64_t>(begin_);
+    end_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ == buffer_.size()) return false;
+  const std::size_t wanted = buffer_.size() - end_;
+  const std::size_t n = readSource(buffer_.data() + end_, wanted);
+  end_ += n;
+  // A message file is a regular file: a short read is its end, so a small message costs one
+  // read, not two.
+  if (n < wanted) eof_ = true;
+  return n > 0;
+}
+
+bool LineReader::next(std::string_view& line) {
+  bool spilled = false;
+  std::size_t scanned = 0;  // bytes after begin_ already known to hold no line feed
+  char* const base = buffer_.data();
+  for (;;) {
+    const char* lf = static_cast<const char*>(
+        std::memchr(base + begin_ + scanned, '\n', end_ - begin_ - scanned));
+    if (lf != nullptr) {
+      const std::size_t len = static_cast<std::size_t>(lf - (base + begin_));
+      if (spilled) {
+        long_.append(base + begin_, len);
+        if (!long_.empty() && long_.back() == '\r') long_.pop_back();
+        line = long_;
+      } else {
+        line = std::string_view(base + begin_, len);
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+      }
+      begin_ += len + 1;
+      hadNewline_ = true;
+      return true;
+    }
+    scanned = end_ - begin_;
+    if (begin_ == 0 && end_ == buffer_.size()) {
+      // The line does not fit: it moves to a buffer of its own.
+      if (!spilled) long_.clear();
+      long_.append(base, end_);
+      bufferPos_ += static_cast<std::int64_t>(end_);
+      begin_ = end_ = scanned = 0;
+      spilled = true;
+    }
+    if (!refill()) {
+      if (!spilled && begin_ == end_) return false;
+      if (spilled) {
+        long_.append(base + begin_, end_ - begin_);
+        line = long_;
+      } else {
+        line = std::string_view(base + begin_, end_ - begin_);
+      }
+      begin_ = end_;
+      hadNewline_ = false;
+      return true;
+    }
+  }
+}
+
+bool LineReader::skip(std::string_view& head, std::size_t keep, bool& hasBytes) {
+  bool spilled = false;
+  std::size_t scanned = 0;
+  std::uint64_t total = 0;  // bytes of the line moved out of the buffer so far
+  char last = 0;            // the last of them
+  char* const base = buffer_.data();
+  auto keepFrom = [&](const char* p, std::size_t n) {
+    if (long_.size() < keep) long_.append(p, std::min(n, keep - long_.size()));
+    if (n > 0) last = p[n - 1];
+    total += n;
+  };
+  for (;;) {
+    const char* lf = static_cast<const char*>(
+        std::memchr(base + begin_ + scanned, '\n', end_ - begin_ - scanned));
+    if (lf != nullptr) {
+      const std::size_t len = static_cast<std::size_t>(lf - (base + begin_));
+      hadNewline_ = true;
+      if (!spilled) {
+        head = std::string_view(base + begin_, len);
+        if (!head.empty() && head.back() == '\r') head.remove_suffix(1);
+        hasBytes = !head.empty();
+        if (head.size() > keep) head = head.substr(0, keep);
+        begin_ += len + 1;
+        return true;
+      }
+      keepFrom(base + begin_, len);
+      begin_ += len + 1;
+      if (last == '\r') --total;  // the CR of a CR LF line end
+      if (long_.size() > total) long_.resize(static_cast<std::size_t>(total));
+      hasBytes = total > 0;
+      head = long_;
+      return true;
+    }
+    scanned = end_ - begin_;
+    if (begin_ == 0 && end_ == buffer_.size()) {
+      if (!spilled) long_.clear();
+      keepFrom(base, end_);
+      bufferPos_ += static_cast<std::int64_t>(end_);
+      begin_ = end_ = scanned = 0;
+      spilled = true;
+    }
+    if (!refill()) {
+      if (!spilled && begin_ == end_) return false;
+      if (!spilled) long_.clear();
+      keepFrom(base + begin_, end_ - begin_);
+      begin_ = end_;
+      hadNewline_ = false;
+      hasBytes = total > 0;
+      head = long_;
+      return true;
+    }
+  }
+}
+
+std::string_view LineReader::linesAhead(char first) {
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    const char* const b = buffer_.data() + begin_;
+    const char* last = buffer_.data() + end_;
+    while (last > b && last[-1] != '\n') --last;
+    if (last > b) {
+      if (*b == first) return {};
+      for (const char* p = b;
+           (p = static_cast<const char*>(std::memchr(p, first, static_cast<size_t>(last - p))));
+           ++p) {
+        if (p[-1] == '\n') {
+          last = p;
+          break;
+        }
+      }
+      return std::string_view(b, static_cast<std::size_t>(last - b));
+    }
+    if (!refill()) return {};
+  }
+  return {};
+}
+
+bool LineReader::seek(std::int64_t position) {
+  if (position < 0) return false;
+  if (position >= bufferPos_ && position <= bufferPos_ + static_cast<std::int64_t>(end_)) {
+    begin_ = static_cast<std::size_t>(position - bufferPos_);
+    return true;
+  }
+  if (memoryOpen_) {
+    memoryPos_ = std::min<std::size_t>(static_cast<std::size_t>(position), memory_.size());
+  } else if (!file_.seek(position)) {
+    return false;
+  }
+  bufferPos_ = position;
+  begin_ = end_ = 0;
+  eof_ = false;
+  return true;
+}
+
+}  // namespace scanner

@@ -1,0 +1,69 @@
+// Buffered line reading over a message file: large block reads, memchr for line ends, no
+// allocation per line, and a saved position to seek back to.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kvs/noncopyable.h"
+#include "kvs/platform/platform.h"
+
+namespace scanner {
+
+// The file is read as text the way the program has always read it: a CR right before an LF
+// belongs to the line end on every platform; a lone CR stays a byte of the line.
+class LineReader : private kvs::noncopyable {
+ public:
+  static constexpr std::size_t kDefaultBlock = 128 * 1024;
+
+  explicit LineReader(std::size_t blockSize = kDefaultBlock);
+
+  bool open(const std::string& path);
+  // Reads from memory instead of a file (the bytes must outlive the reader); blocks of the
+  // same size as from a file, so a tiny block size exercises the same refill paths.
+  void openMemory(std::string_view bytes);
+  void close();
+  [[nodiscard]] bool isOpen() const { return file_.isOpen() || memoryOpen_; }
+
+  // The next line without its line end; false at the end of the input. The view stays valid
+  // until the next call. A line longer than the block is assembled in a buffer of its own.
+  bool next(std::string_view& line);
+  // The next line, keeping only its first `keep` bytes in `head`; `hasBytes` tells whether the
+  // line held any byte at all. Never holds more than `keep` bytes of a long line.
+  bool skip(std::string_view& head, std::size_t keep, bool& hasBytes);
+  // The complete lines next in the buffer, up to the first that begins with `first`: a run to
+  // consume whole, or empty when there is none (the next line begins so, does not fit in the
+  // buffer, or the input has ended); then read line by line.
+  std::string_view linesAhead(char first);
+  void consume(std::size_t bytes) { begin_ += bytes; }
+
+  // Whether the line just read ended with a line feed (false only for a last line without one).
+  [[nodiscard]] bool hadNewline() const { return hadNewline_; }
+
+  // Position of the next line's first byte in the file.
+  [[nodiscard]] std::int64_t tell() const { return bufferPos_ + static_cast<std::int64_t>(begin_); }
+  bool seek(std::int64_t position);
+
+ private:
+  // Moves the unread bytes to the front and reads more; false when nothing more came.
+  bool refill();
+  std::size_t readSource(char* into, std::size_t size);
+
+  kvs::platform::File file_;
+  bool memoryOpen_ = false;
+  std::string_view memory_;
+  std::size_t memoryPos_ = 0;
+
+  std::vector<char> buffer_;
+  std::size_t begin_ = 0;       // first unread byte
+  std::size_t end_ = 0;         // one past the last valid byte
+  std::int64_t bufferPos_ = 0;  // file position of buffer_[0]
+  bool eof_ = false;
+  bool hadNewline_ = false;
+  std::string long_;  // a line that does not fit in the buffer, or the head of a skipped one
+};
+
+}  // namespace scanner

@@ -1,0 +1,165 @@
+// The line reader, fed with blocks from one byte up: line ends, long lines, heads of skipped
+// lines, and seeking back.
+#include "scanner/line_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using scanner::LineReader;
+
+const std::size_t kBlocks[] = {1, 2, 3, 7, LineReader::kDefaultBlock};
+
+struct Line {
+  std::string text;
+  bool newline;
+  bool operator==(const Line& o) const { return text == o.text && newline == o.newline; }
+};
+
+std::ostream& operator<<(std::ostream& os, const Line& l) {
+  return os << '"' << l.text << '"' << (l.newline ? " LF" : " end");
+}
+
+std::vector<Line> allLines(LineReader& reader) {
+  std::vector<Line> lines;
+  std::string_view view;
+  while (reader.next(view)) lines.push_back({std::string(view), reader.hadNewline()});
+  return lines;
+}
+
+const struct {
+  std::string input;
+  std::vector<Line> lines;
+  const char* why;
+} kCases[] = {
+    {"", {}, "empty input has no line"},
+    {"a", {{"a", false}}, "a last line without line feed"},
+    {"a\n", {{"a", true}}, "one line"},
+    {"a\r\n", {{"a", true}}, "CR LF is a line end"},
+    {"a\r", {{"a\r", false}}, "a lone CR at the end stays"},
+    {"a\rb\n", {{"a\rb", true}}, "a lone CR inside stays"},
+    {"abc\r\r\n", {{"abc\r", true}}, "only the CR right before LF goes"},
+    {"\n\n", {{"", true}, {"", true}}, "empty lines"},
+    {"\r\n\r\nx", {{"", true}, {"", true}, {"x", false}}, "empty CR LF lines"},
+    {"x\ny", {{"x", true}, {"y", false}}, "two lines, the last unterminated"},
+    {std::string(300, 'L') + "\r\n" + std::string(5, 's') + "\n",
+     {{std::string(300, 'L'), true}, {"sssss", true}},
+     "a line longer than any small block"},
+    {std::string("nul\0byte\n", 9), {{std::string("nul\0byte", 8), true}}, "NUL is a byte"},
+};
+
+TEST(LineReader, LinesWhateverTheBlockSize) {
+  for (const auto& c : kCases) {
+    for (std::size_t block : kBlocks) {
+      LineReader reader(block);
+      reader.openMemory(c.input);
+      EXPECT_EQ(allLines(reader), c.lines) << c.why << " (block " << block << ")";
+    }
+  }
+}
+
+TEST(LineReader, SkipKeepsOnlyTheHead) {
+  for (const auto& c : kCases) {
+    for (std::size_t keep : {0u, 1u, 2u, 4u, 1000u}) {
+      for (std::size_t block : kBlocks) {
+        LineReader reader(block);
+        reader.openMemory(c.input);
+        std::vector<Line> heads;
+        std::vector<bool> hasBytes;
+        std::string_view head;
+        bool any = false;
+        while (reader.skip(head, keep, any)) {
+          heads.push_back({std::string(head), reader.hadNewline()});
+          hasBytes.push_back(any);
+        }
+        ASSERT_EQ(heads.size(), c.lines.size()) << c.why;
+        for (std::size_t i = 0; i < heads.size(); ++i) {
+          const Line want{c.lines[i].text.substr(0, keep), c.lines[i].newline};
+          EXPECT_EQ(heads[i], want) << c.why << " keep " << keep << " block " << block;
+          EXPECT_EQ(hasBytes[i], !c.lines[i].text.empty()) << c.why << " block " << block;
+        }
+      }
+    }
+  }
+}
+
+TEST(LineReader, SeekBackReadsTheSameLinesAgain) {
+  const std::string input = "first\r\nsecond\nthird line\r\n" + std::string(50, 'x') + "\nlast";
+  for (std::size_t block : kBlocks) {
+    LineReader reader(block);
+    reader.openMemory(input);
+    std::string_view view;
+    ASSERT_TRUE(reader.next(view));
+    const auto mark = reader.tell();
+    EXPECT_EQ(mark, 7);
+    const auto rest = allLines(reader);
+    ASSERT_EQ(rest.size(), 4u);
+    EXPECT_EQ(reader.tell(), static_cast<std::int64_t>(input.size()));
+    ASSERT_TRUE(reader.seek(mark));
+    EXPECT_EQ(allLines(reader), rest) << "block " << block;
+    ASSERT_TRUE(reader.seek(0));
+    ASSERT_TRUE(reader.next(view));
+    EXPECT_EQ(view, "first") << "block " << block;
+  }
+}
+
+TEST(LineReader, NextAndSkipInterleave) {
+  const std::string input = "head\n" + std::string(40, 'b') + "\nafter\n";
+  LineReader reader(3);
+  reader.openMemory(input);
+  std::string_view view;
+  bool any = false;
+  ASSERT_TRUE(reader.next(view));
+  EXPECT_EQ(view, "head");
+  ASSERT_TRUE(reader.skip(view, 5, any));
+  EXPECT_EQ(view, "bbbbb");
+  ASSERT_TRUE(reader.next(view));
+  EXPECT_EQ(view, "after");
+  EXPECT_FALSE(reader.next(view));
+}
+
+TEST(LineReader, RunsOfLinesStopBeforeALineBeginningSo) {
+  const std::string input = "ab\ncd\n-x\nef\r\ngh-\n--\nlast";
+  for (std::size_t block : kBlocks) {
+    LineReader reader(block);
+    reader.openMemory(input);
+    // Runs and single lines, read alternately, must see every byte once and in order.
+    std::string seen;
+    std::string_view view;
+    for (;;) {
+      const std::string_view run = reader.linesAhead('-');
+      if (!run.empty()) {
+        EXPECT_EQ(run.back(), '\n');
+        EXPECT_EQ(std::string(run).find("\n-"), std::string::npos) << "block " << block;
+        seen += "[" + std::string(run) + "]";
+        reader.consume(run.size());
+        continue;
+      }
+      if (!reader.next(view)) break;
+      seen += std::string(view) + "|";
+    }
+    if (block >= 16) {
+      EXPECT_EQ(seen, "[ab\ncd\n]-x|[ef\r\ngh-\n]--|last|");
+    } else {
+      // Small blocks hold fewer lines at a time; the lines are the same (a run keeps its CRs).
+      std::string flat;
+      for (char c : seen) {
+        if (c != '[' && c != ']' && c != '\r') flat += c == '|' ? '\n' : c;
+      }
+      EXPECT_EQ(flat, "ab\ncd\n-x\nef\ngh-\n--\nlast\n") << "block " << block;
+    }
+  }
+}
+
+TEST(LineReader, MissingFileDoesNotOpen) {
+  LineReader reader;
+  EXPECT_FALSE(reader.open("no/such/file.msg"));
+  EXPECT_FALSE(reader.isOpen());
+  std::string_view view;
+  EXPECT_FALSE(reader.next(view));
+}
+
+}  // namespace

@@ -1,0 +1,373 @@
+// The body decoders and the skipper, each body fed through a reader with tiny blocks as well as
+// a large one, and taken out both as a whole and byte by byte.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+#include <string>
+
+#include "scanner/base64_decoder.h"
+#include "scanner/image_buffer.h"
+#include "scanner/line_reader.h"
+#include "scanner/mime_decoder.h"
+#include "scanner/quoted_printable_decoder.h"
+
+namespace {
+
+using Decoder::MIME::Base64;
+using Decoder::MIME::Interface;
+using Decoder::MIME::QuotedPrintable;
+using Decoder::MIME::Skipper;
+
+const std::size_t kBlocks[] = {1, 3, 4096};
+
+const char kIllegal[] = "Found illegal character in base64 stream. Resuming to next.";
+const char kBase64End[] = "Unexpected end of file in Base64 decoding.";
+const char kQpEnd[] = "Invalid Quoted-Printable MIME ending, missing some characters";
+const char kUnterminated[] = "Unterminated MIME sentinel at end of message";
+const char kParent[] = "Unterminated MIME sentinel, found parent sentinel";
+
+struct Sink : Decoder::MIME::DiagnosticsSink {
+  std::set<std::string> texts;
+  void addDiagnostic(const std::string& text) override { texts.insert(text); }
+};
+
+struct Case {
+  std::string body;  // the raw body lines as they stand in the file
+  std::string bytes;
+  std::set<std::string> complaints;
+  int errors;
+  const char* why;
+};
+
+const Case kBase64Cases[] = {
+    {"QUJD\n", "ABC", {}, 0, "one group"},
+    {"QQ==\n", "A", {}, 0, "two pad characters"},
+    {"QUI=\n", "AB", {}, 0, "one pad character"},
+    {"QU*JD\n", "ABC", {kIllegal}, 1, "a stranger is dropped"},
+    {"QU\xC3JD\n", "ABC", {kIllegal}, 1, "a byte above 127 is a stranger too"},
+    {"QUJ\n", "", {kBase64End}, 1, "an incomplete group at the end"},
+    {"QU\nJD\r\nQU\n\nJD\n", "ABCABC", {}, 0, "groups across lines"},
+    {" Q U\tJ D \x01\n", "ABC", {}, 0, "blanks and control bytes are skipped"},
+    {"{{{{\n", "\xD3\x4D\x34", {}, 0, "'{' is read as '0'"},
+    {"QQ==QUJD\n", "AABC", {}, 0, "padding inside the stream does not end it"},
+    {"Q===\n", "@", {}, 0, "'=' counts as 0 for the bits it gives"},
+    {"=QUJ\n", "\x05\x09", {}, 0, "a leading '=' drops the first byte only"},
+    {"QUJD\n====\nQUJD\n", "ABC", {}, 0, "a group without bytes ends the decoding"},
+    {"QUJD*\n====\n*QUJ\n", "ABC", {kIllegal}, 1, "nothing is looked at after that group"},
+    {"QUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJD\n",
+     "ABCABCABCABCABCABCABCABCABC",
+     {},
+     0,
+     "a long run for the fast path"},
+    {"QUJDQUJD*QUJDQ\n", "ABCABCABC", {kIllegal, kBase64End}, 2, "fast and careful paths mixed"},
+};
+
+const Case kQuotedPrintableCases[] = {
+    {"=41", "A", {}, 0, "an escape"},
+    {"=41\n", "A\n", {}, 0, "the line feed the file had is kept"},
+    {"a=\nb\n", "ab\n", {}, 0, "a soft line break joins lines"},
+    {"a=\r\nb\n", "ab\n", {}, 0, "a soft line break before CR LF"},
+    {"=4", "", {kQpEnd}, 1, "an escape cut short by the end"},
+    {"x=", "x", {kQpEnd}, 1, "'=' at the very end"},
+    {"x= \t", "x", {}, 0, "a soft break cut short by the end is no complaint"},
+    {"=G1\n",
+     "\xF1\n",
+     {"Invalid escape sequence '=G1' in Quoted-Printable MIME part"},
+     1,
+     "a bad escape still gives a byte"},
+    {"=4g\n",
+     "\xFF\n",
+     {"Invalid escape sequence '=4g' in Quoted-Printable MIME part"},
+     1,
+     "'g' is no hex digit: its 255 is joined in as it is"},
+    {"a_b\n", "a_b\n", {}, 0, "'_' stays in a body"},
+    {"a= b\nc\n",
+     "ac\n",
+     {"Invalid character 'b' after soft line break in Quoted-Printable MIME part"},
+     0,
+     "after '=' and a blank everything up to the line feed is skipped, uncounted"},
+    {"=3D=3d\n", "==\n", {}, 0, "escaped '='"},
+    {"caf=E9 =\n", "caf\xE9 ", {}, 0, "a soft break at the end of the last line"},
+};
+
+// Decodes `body` (a body without boundary) through each block size, whole and byte by byte.
+template <class DecoderType>
+void checkCases(const Case* begin, const Case* end) {
+  for (const Case* c = begin; c != end; ++c) {
+    for (std::size_t block : kBlocks) {
+      {
+        scanner::LineReader reader(block);
+        reader.openMemory(c->body);
+        Sink sink;
+        DecoderType decoder(reader, &sink, "");
+        scanner::ImageBuffer image;
+        decoder.decodeBody(image);
+        EXPECT_EQ(std::string(image.view()), c->bytes)
+            << c->why << " (whole, block " << block << ")";
+        EXPECT_EQ(sink.texts, c->complaints) << c->why;
+        EXPECT_EQ(decoder.errors(), c->errors) << c->why;
+      }
+      {
+        scanner::LineReader reader(block);
+        reader.openMemory(c->body);
+        Sink sink;
+        DecoderType decoder(reader, &sink, "");
+        std::string bytes;
+        unsigned char byte;
+        while (decoder.nextByte(byte)) bytes.push_back(static_cast<char>(byte));
+        EXPECT_EQ(bytes, c->bytes) << c->why << " (byte by byte, block " << block << ")";
+        EXPECT_EQ(sink.texts, c->complaints) << c->why;
+        EXPECT_EQ(decoder.errors(), c->errors) << c->why;
+      }
+    }
+  }
+}
+
+TEST(Base64, Cases) {
+  checkCases<Base64>(std::begin(kBase64Cases), std::end(kBase64Cases));
+}
+
+TEST(QuotedPrintable, Cases) {
+  checkCases<QuotedPrintable>(std::begin(kQuotedPrintableCases), std::end(kQuotedPrintableCases));
+}
+
+// The byte rules written out plainly, one character at a time, to check the fast paths against.
+std::string referenceBase64(const std::string& text, int* complaints) {
+  auto value = [](unsigned char c) -> int {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    if (c == '+') return 62;
+    if (c == '/') return 63;
+    if (c == '=') return 0;
+    if (c == '{') return 52;
+    return -1;
+  };
+  std::string out;
+  int v[4];
+  char ch[4];
+  int n = 0;
+  for (unsigned char c : text) {
+    if (c <= 32) continue;
+    if (value(c) < 0) {
+      ++*complaints;
+      continue;
+    }
+    v[n] = value(c);
+    ch[n++] = static_cast<char>(c);
+    if (n < 4) continue;
+    n = 0;
+    const std::size_t before = out.size();
+    if (ch[0] != '=') out += static_cast<char>((v[0] * 4 + v[1] / 16) & 0xFF);
+    if (ch[2] != '=') out += static_cast<char>(((v[1] % 16) * 16 + v[2] / 4) & 0xFF);
+    if (ch[3] != '=') out += static_cast<char>(((v[2] % 4) * 64 + v[3]) & 0xFF);
+    if (out.size() == before) return out;
+  }
+  if (n > 0) ++*complaints;
+  return out;
+}
+
+TEST(Base64, FastPathsAgreeWithTheByteRules) {
+  // Long plain runs (taken sixteen and eight at a time) broken by every kind of oddity.
+  std::mt19937 random(99);
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::string odd[] = {"=", "{", " ", "\r\n", "\t", "*", "-", "\x80", "\xFF", "\n", "."};
+  for (int round = 0; round < 400; ++round) {
+    std::string text;
+    const int pieces = 1 + static_cast<int>(random() % 12);
+    for (int k = 0; k < pieces; ++k) {
+      const int run = static_cast<int>(random() % 90);
+      for (int i = 0; i < run; ++i) text += alphabet[random() % 64];
+      if (random() % 3 == 0) text += odd[random() % std::size(odd)];
+    }
+    int complaints = 0;
+    const std::string want = referenceBase64(text, &complaints);
+    EXPECT_EQ(Base64::decode(text), want) << text;
+    for (std::size_t block : {std::size_t{7}, std::size_t{4096}}) {
+      scanner::LineReader reader(block);
+      const std::string body = text + "\n";
+      reader.openMemory(body);
+      Sink sink;
+      Base64 decoder(reader, &sink, "");
+      scanner::ImageBuffer image;
+      decoder.decodeBody(image);
+      EXPECT_EQ(std::string(image.view()), want) << text;
+      EXPECT_EQ(decoder.errors(), complaints) << text;
+    }
+  }
+}
+
+TEST(Base64, OneShotFollowsTheSameRules) {
+  EXPECT_EQ(Base64::decode("cmVwb3J0LmRvY3g="), "report.docx");
+  EXPECT_EQ(Base64::decode("QU*J D"), "ABC");
+  EXPECT_EQ(Base64::decode("{{{{"), "\xD3\x4D\x34");
+  EXPECT_EQ(Base64::decode("QUJ"), "");
+  EXPECT_EQ(Base64::decode("QUJD====QUJD"), "ABC");
+}
+
+TEST(QuotedPrintable, OneShotInEncodedWordsTurnsUnderscoresIntoBlanks) {
+  EXPECT_EQ(QuotedPrintable::decode("my_file=2Epdf"), "my file.pdf");
+  EXPECT_EQ(QuotedPrintable::decode("my_file", false), "my_file");
+  EXPECT_EQ(QuotedPrintable::decode("=41=4"), "A");
+  EXPECT_EQ(QuotedPrintable::decode("=4g"), "\xFF");
+  EXPECT_EQ(QuotedPrintable::decode("=4a"), "J");
+}
+
+TEST(Base64, AskedAgainAfterAGroupWithoutBytesDecodingGoesOn) {
+  scanner::LineReader reader(3);
+  reader.openMemory("QUJD====QUJD\n");
+  Base64 decoder(reader, nullptr, "");
+  std::string first, second;
+  unsigned char byte;
+  while (decoder.nextByte(byte)) first.push_back(static_cast<char>(byte));
+  while (decoder.nextByte(byte)) second.push_back(static_cast<char>(byte));
+  EXPECT_EQ(first, "ABC");
+  EXPECT_EQ(second, "ABC");
+}
+
+TEST(Interface, DecodedLinesFoldLineEndPairs) {
+  scanner::LineReader reader(2);
+  reader.openMemory("a=0D=0Ab=0A=0Dc=0D=0D=0Ad\n");
+  QuotedPrintable decoder(reader, nullptr, "");
+  std::vector<std::string> lines;
+  std::string line;
+  while (decoder.readLine(line)) lines.push_back(line);
+  EXPECT_EQ(lines, (std::vector<std::string>{"a", "b", "c", "", "d"}));
+}
+
+TEST(Interface, TheBoundaryLineEndsTheBodyAndItsAbsenceIsAComplaint) {
+  for (std::size_t block : kBlocks) {
+    scanner::LineReader reader(block);
+    reader.openMemory("QU\n--B--\nJD\n");
+    Sink sink;
+    Base64 decoder(reader, &sink, "--b");
+    scanner::ImageBuffer image;
+    decoder.decodeBody(image);
+    EXPECT_EQ(decoder.stopLine(), "--B--");
+    EXPECT_EQ(sink.texts, std::set<std::string>{kBase64End}) << "the group was cut short";
+
+    scanner::LineReader unended(block);
+    unended.openMemory("=41\n");
+    Sink sink2;
+    QuotedPrintable qp(unended, &sink2, "--b");
+    qp.decodeBody(image);
+    EXPECT_TRUE(qp.ended());
+    EXPECT_EQ(qp.errors(), 1);
+    EXPECT_EQ(sink2.texts, std::set<std::string>{kUnterminated});
+  }
+}
+
+TEST(Interface, ParentBoundaryLinesEndTheBodyToo) {
+  for (std::size_t block : kBlocks) {
+    scanner::LineReader reader(block);
+    reader.openMemory("QUJD\n--outer--\nQUJD\n");
+    Sink sink;
+    Base64 decoder(reader, &sink, "--inner", "--OUTER", true);
+    scanner::ImageBuffer image;
+    decoder.decodeBody(image);
+    EXPECT_EQ(std::string(image.view()), "ABC");
+    EXPECT_EQ(decoder.stopLine(), "--outer--");
+    EXPECT_FALSE(decoder.ended());
+    EXPECT_EQ(sink.texts, std::set<std::string>{kParent});
+    std::string_view rest;
+    ASSERT_TRUE(reader.next(rest)) << "the line after the boundary is left in the stream";
+    EXPECT_EQ(rest, "QUJD");
+  }
+}
+
+TEST(Skipper, ConsumesTheBodyAndKeepsTheBoundaryLine) {
+  const struct {
+    std::string body;
+    bool emptyAfter;
+    std::string stopLine;
+    bool ended;
+    const char* why;
+  } cases[] = {
+      {"x\n\n--b\nnext\n", false, "--b", false, "a line with a byte is content"},
+      {"\n\r\n\n--B--\n", true, "--B--", false, "empty lines are not; the boundary line is not"},
+      {" \n--b\n", false, "--b", false, "a blank is a byte"},
+      {"\n\n", true, "", true, "no boundary line: the body runs to the end"},
+      {"--b" + std::string(10000, 'x') + "\n", true, "--b" + std::string(13, 'x'), false,
+       "only the head of a long boundary line is kept"},
+  };
+  for (const auto& c : cases) {
+    for (std::size_t block : kBlocks) {
+      scanner::LineReader reader(block);
+      reader.openMemory(c.body);
+      Sink sink;
+      Skipper skipper(reader, &sink, "--b");
+      EXPECT_STREQ(skipper.name(), "Sk");
+      bool empty = true;
+      skipper.skipBody(empty, 16);
+      EXPECT_EQ(empty, c.emptyAfter) << c.why;
+      EXPECT_EQ(skipper.stopLine(), c.stopLine) << c.why;
+      EXPECT_EQ(skipper.ended(), c.ended) << c.why;
+      EXPECT_EQ(sink.texts.count(kUnterminated), c.ended ? 1u : 0u) << c.why;
+    }
+  }
+}
+
+TEST(Skipper, BodyWithoutBoundaryRunsToTheEndWithoutComplaint) {
+  scanner::LineReader reader(3);
+  reader.openMemory("--a\n--\nx");
+  Sink sink;
+  Skipper skipper(reader, &sink, "");
+  bool empty = true;
+  skipper.skipBody(empty, 16);
+  EXPECT_TRUE(skipper.ended());
+  EXPECT_FALSE(empty);
+  EXPECT_TRUE(sink.texts.empty());
+}
+
+TEST(Skipper, CapturedRunsOfLinesDecodeLikeSingleLines) {
+  // With body text already seen, runs of lines go to the decoder at once; lines beginning with
+  // "-" (a stranger to base64) are still looked at one by one.
+  std::string body;
+  for (int i = 0; i < 300; ++i) body += i % 37 == 5 ? "-QUJD\r\n" : "QUJDQUJDQUJDQUJDQUJD\n";
+  body += "--B--\ntrailing\n";
+  for (std::size_t block : {std::size_t{3}, std::size_t{64}, std::size_t{4096}}) {
+    for (bool emptyBefore : {true, false}) {
+      scanner::LineReader reader(block);
+      reader.openMemory(body);
+      Sink sink;
+      Skipper skipper(reader, &sink, "--b");
+      Base64 decoder(reader, &sink, "--b");
+      scanner::ImageBuffer image;
+      bool empty = emptyBefore;
+      skipper.skipBody(empty, 16, &decoder, &image);
+      std::string want;
+      for (int i = 0; i < 300; ++i) want += i % 37 == 5 ? "ABC" : "ABCABCABCABCABC";
+      EXPECT_EQ(std::string(image.view()), want) << "block " << block;
+      EXPECT_EQ(decoder.errors(), 8) << "one '-' per marked line";
+      EXPECT_EQ(skipper.stopLine(), "--B--");
+      EXPECT_FALSE(empty);
+      std::string_view rest;
+      ASSERT_TRUE(reader.next(rest));
+      EXPECT_EQ(rest, "trailing");
+    }
+  }
+}
+
+TEST(Skipper, CapturesAZipPartOnTheWay) {
+  scanner::LineReader reader(5);
+  reader.openMemory("QUJD\nQUJD\n--b\n");
+  Sink sink;
+  Skipper skipper(reader, &sink, "--b");
+  Base64 decoder(reader, &sink, "--b");
+  scanner::ImageBuffer image;
+  bool empty = true;
+  skipper.skipBody(empty, 16, &decoder, &image);
+  EXPECT_EQ(std::string(image.view()), "ABCABC");
+  EXPECT_EQ(skipper.stopLine(), "--b");
+  EXPECT_FALSE(empty);
+
+  scanner::LineReader raw(5);
+  raw.openMemory("PK\x03\x04\nline\n--b\n");
+  Skipper asIs(raw, &sink, "--b");
+  scanner::ImageBuffer rawImage;
+  asIs.skipBody(empty, 16, nullptr, &rawImage);
+  EXPECT_EQ(std::string(rawImage.view()), "PK\x03\x04\nline\n") << "lines with their line feeds";
+}
+
+}  // namespace

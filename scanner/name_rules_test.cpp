@@ -1,0 +1,126 @@
+// Header values, parameters, the top-level boundary, encoded words and attachment extensions.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "scanner/message_scanner.h"
+
+namespace {
+
+TEST(NameRules, HeaderValue) {
+  const struct {
+    const char* name;
+    const char* line;
+    bool match;
+    const char* value;
+  } cases[] = {
+      {"content-type:", "Content-Type: text/plain", true, "text/plain"},
+      {"content-type:", "CONTENT-TYPE:\t  a/b;;\r\n", true, "a/b"},
+      {"content-type:", "content-type: a/b ; ", true, "a/b ; "},  // only CR, LF, ';' dropped
+      {"content-type:", "Content-Type:   ", true, ""},
+      {"content-type:", "Content-Type:", false, ""},  // not longer than the name
+      {"content-type:", "Content-Typo: x", false, ""},
+      {"content-type:", "X-Content-Type: x", false, ""},
+      {"content-type:", "Content-Type : x", false, ""},
+      {"content-disposition:", "Content-Disposition: attachment;", true, "attachment"},
+  };
+  for (const auto& c : cases) {
+    std::string value = "untouched";
+    EXPECT_EQ(MessageScanner::headerValue(c.name, c.line, value), c.match) << c.line;
+    EXPECT_EQ(value, c.match ? c.value : "untouched") << c.line;
+  }
+}
+
+TEST(NameRules, ParamValue) {
+  const struct {
+    const char* param;
+    const char* value;
+    bool found;
+    const char* out;
+  } cases[] = {
+      {"name=", "application/pdf; name=\"Report.PDF\"", true, "Report.PDF"},
+      {"name=", "a; name=plain.txt; charset=x", true, "plain.txt"},
+      {"name=", "a; name=  spaced.txt other", true, "spaced.txt"},
+      {"name=", "a; filename=\"inner.rtf\"", true, "inner.rtf"},  // found inside filename=
+      {"name=", "a; Name=\"upper.doc\"", false, ""},              // case-sensitive
+      {"name=", "a; name=\"no end", false, ""},
+      {"name=", "a; name=", false, ""},  // nothing after it
+      {"name=", "name=", false, ""},     // not longer than it
+      {"name=", "a; name=;b", true, ""},
+      {"name=", "a; name=\"back\\\"slash\"", true, "back\\"},  // no unescaping
+      {"filename=", "attachment; filename*=utf-8''a.pdf", false, ""},
+      {"boundary=", "multipart/mixed; boundary=abc; charset=x", true, "abc"},
+  };
+  for (const auto& c : cases) {
+    std::string out = "untouched";
+    EXPECT_EQ(MessageScanner::paramValue(c.param, c.value, out), c.found) << c.value;
+    EXPECT_EQ(out, c.found ? c.out : "untouched") << c.value;
+  }
+}
+
+TEST(NameRules, TopLevelBoundaryIsSearchedInTheWholeLine) {
+  const struct {
+    const char* line;
+    bool found;
+    const char* boundary;
+  } cases[] = {
+      {"Content-Type: multipart/mixed; boundary=abc; charset=x", true, "abc; charset=x"},
+      {"Content-Type: multipart/mixed; boundary=\"abc\"; charset=x", true, "abc"},
+      {"Content-Type: multipart/mixed; boundary=\"abc", true, "abc"},
+      {"Content-Type: text/plain; boundary=x", true, "x"},  // whatever the media type
+      {"Content-Type: text/plain", false, ""},
+      {"boundary=early but not from byte 10", false, ""},
+      {"Content-Type: multipart/mixed; BOUNDARY=x", false, ""},
+  };
+  for (const auto& c : cases) {
+    std::string boundary;
+    EXPECT_EQ(MessageScanner::messageBoundary(c.line, boundary), c.found) << c.line;
+    EXPECT_EQ(boundary, c.boundary) << c.line;
+  }
+}
+
+TEST(NameRules, AttachmentExtension) {
+  const struct {
+    const char* name;
+    const char* ext;
+  } cases[] = {
+      {"Report.PDF", "pdf"},
+      {"report", "..."},
+      {"archive.", "..."},
+      {"photo. jpg", "jpg"},
+      {"x.  ", ""},
+      {"x.p df", "p df"},
+      {"a.PDF ", "pdf"},
+      {"tar.gz", "gz"},
+      {"data.zipx", "zipx"},
+      {"=?utf-8?b?cmVwb3J0LmRvY3g=?=", "docx"},
+      {"=?utf-8?B?cmVwb3J0LmRvY3g=?=", "..."},
+      {"=?iso-8859-1?q?my_file=2EPdf?=", "pdf"},
+      {"=?utf-8?Q?a.b_c?=", "b_c?="},
+      {"a.=?utf-8?q?TXT?=", "txt"},
+      {"=?x?q?a?= =?x?q?.doc?=", "doc"},  // what lies between words stays
+      {"=?x?q?a?==?x?q?.xls?=", "xls"},   // adjacent words
+      // "?q?" is looked for before "?b?", even in a later word: all of it becomes "n".
+      {"=?x?b?Lm1wMw==?=.=?x?q?n?=", "..."},
+      {"=?no marker.txt", "txt"},           // an opener without marker stays
+      {"=?x?q?unended.doc", "doc"},         // a marker without "?=" stays
+      {"=?x?b?LmV4ZQ==?=\xC0", "exe\xC0"},  // bytes above 127 kept
+      {"A.\x8A\xC0", "\x9A\xC0"},           // the library's lower-case table
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(MessageScanner::attachmentExtension(c.name), c.ext) << c.name;
+  }
+}
+
+TEST(NameRules, LongNamesFullOfOpenersStayLinear) {
+  std::string name;
+  for (int i = 0; i < 200000; ++i) name += "=?";
+  name += "?q?x.PDF?=";
+  EXPECT_EQ(MessageScanner::attachmentExtension(name), "pdf");
+  std::string words;
+  for (int i = 0; i < 100000; ++i) words += "=?x?q?a?=";
+  words += ".Z";
+  EXPECT_EQ(MessageScanner::attachmentExtension(words), "z");
+}
+
+}  // namespace

@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Runs every command of the administrator's guide and compares its output with the guide.
+# In a ```console block, a line "$ COMMAND" is run (in examples/, with the built programs first on
+# PATH, standard error joined to standard output); the lines up to the next "$ " line or the end of
+# the block are its expected output. Usage: guide_test.sh BUILD_DIR SOURCE_DIR
+set -uo pipefail
+build=$(cd "$1" && pwd)
+source=$(cd "$2" && pwd)
+guide="$source/docs/admin-guide.md"
+export PATH="$build:$PATH"
+cd "$source/examples" || exit 1
+
+failures=0
+commands=0
+check() {  # command, expected output
+  [ -z "$1" ] && return
+  commands=$((commands + 1))
+  local got
+  got=$(bash -c "$1" 2>&1)
+  if [ "$got" != "$2" ]; then
+    failures=$((failures + 1))
+    printf 'guide command differs: $ %s\n--- guide\n%s\n--- got\n%s\n' "$1" "$2" "$got"
+  fi
+}
+
+inside=0 command="" expected="" have=0
+while IFS= read -r line || [ -n "$line" ]; do
+  if [ $inside = 0 ]; then
+    [ "$line" = '```console' ] && inside=1 command="" expected="" have=0
+    continue
+  fi
+  if [ "$line" = '```' ]; then
+    check "$command" "$expected"
+    inside=0
+    continue
+  fi
+  if [ "${line:0:2}" = '$ ' ]; then
+    check "$command" "$expected"
+    command=${line:2} expected="" have=0
+  elif [ $have = 0 ]; then
+    expected=$line have=1
+  else
+    expected+=$'\n'"$line"
+  fi
+done < "$guide"
+
+echo "$commands guide commands run, $failures differ"
+[ $commands -gt 0 ] && [ $failures = 0 ]
