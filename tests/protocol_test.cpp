@@ -70,6 +70,8 @@ TEST(Protocol, EngineAnswersEveryRow) {
       "00 file x\n"
       "12abc FILE missing.msg\n"
       "13 SCAN x\n"
+      "13b F\xC9LE x\n"
+      "13c \x8A\xD7 x\n"
       "14 FILE Queue\n"
       "16 FILE a\"b\\c\td\n"
       "0 FILE missing\n"
@@ -97,6 +99,10 @@ TEST(Protocol, EngineAnswersEveryRow) {
                 "00 REJECTED \"Error: seqID should be a number\"\n"
                 "12 OK \"Error: File Not Found missing.msg\"\n"
                 "13 FAILURE\n"
+                // Latin-1 capitals are not folded, and the odd rows of the case table fold
+                // into nothing the engine knows: both are unknown commands.
+                "13b FAILURE\n"
+                "13c FAILURE\n"
                 "14 OK \"Error: File Not Found Queue\"\n"
                 "16 OK \"Error: File Not Found a\\\"b\\\\c\\td\"\n"
                 "0 OK \"Error: File Not Found missing\"\n"
