@@ -1,5 +1,5 @@
 # The commands people type. The real build is CMake (CMakePresets.json).
-.PHONY: all release debug test demo bench format clean deps package windows test-windows
+.PHONY: all release debug test demo bench fuzz format clean deps package windows test-windows
 
 all: release
 
@@ -25,6 +25,14 @@ bench:
 	@cmake --preset bench >/dev/null
 	@cmake --build --preset bench
 	@bench/run-bench.sh build/bench
+
+# Each parser under libFuzzer for FUZZ_SECONDS; crashes are saved in build/fuzz/crashes.
+FUZZ_SECONDS ?= 60
+fuzz:
+	@scripts/ensure-deps.sh clang libclang-rt-14-dev
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz
+	@fuzz/run-fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
 package: release
 	@cd build/release && cpack

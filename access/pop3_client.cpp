@@ -1,6 +1,8 @@
 // The POP3 client: status lines, the two logins, STAT, RETR with dot-unstuffing, DELE, QUIT.
 #include "access/pop3_client.h"
 
+#include "access/pop3_retrieve.h"
+
 #include "kvs/exception.h"
 #include "kvs/md5.h"
 
@@ -62,7 +64,12 @@ bool client::readStatus(bool quitOnFailure) {
   std::string text = std::move(pending_);
   pending_.clear();
   std::string chunk;
-  while (text.find('\n') == std::string::npos) {
+  for (;;) {
+    if (dropLineFeed_ && !text.empty()) {
+      if (text[0] == '\n') text.erase(0, 1);
+      dropLineFeed_ = false;
+    }
+    if (text.find('\n') != std::string::npos) break;
     socket_.receiveChunk(chunk, true);
     text += chunk;
   }
@@ -80,6 +87,7 @@ void client::quit() {
   socket_.receiveChunk(ignored, false);
   socket_.close();
   pending_.clear();
+  dropLineFeed_ = false;
   state_ = kClosed;
 }
 
@@ -87,6 +95,7 @@ void client::connect(const std::string& host, std::uint16_t port) {
   if (state_ != kClosed) close();
   const sock::address to = sock::resolveAddress(host, port);
   pending_.clear();
+  dropLineFeed_ = false;
   socket_.create(sock::socket::kStream, true);
   socket_.connect(to, true);
   if (!readStatus(true)) throw InvalidServerPromptException(lastResponse_);
@@ -131,48 +140,12 @@ void client::retrieve(std::uint32_t number, std::ostream& out) {
   require(kTransaction);
   socket_.sendLine("RETR " + std::to_string(number), true, true);
   if (!readStatus(false)) throw InvalidServerResponseException(lastResponse_);
-  std::string buffer = std::move(pending_);
+  RetrieveReader reader;
+  std::string chunk = std::move(pending_);
   pending_.clear();
-  std::string line;
-  // CR LF is one line end even when a receive ends between the two.
-  bool skipLineFeed = false;
-  for (;;) {
-    std::size_t i = 0;
-    while (i < buffer.size()) {
-      if (skipLineFeed) {
-        skipLineFeed = false;
-        if (buffer[i] == '\n') {
-          ++i;
-          continue;
-        }
-      }
-      std::size_t end = buffer.find_first_of("\r\n", i);
-      if (end == std::string::npos) {
-        line.append(buffer, i, std::string::npos);
-        break;
-      }
-      line.append(buffer, i, end - i);
-      if (buffer[end] == '\r') {
-        if (end + 1 == buffer.size()) {
-          skipLineFeed = true;
-        } else if (buffer[end + 1] == '\n') {
-          ++end;
-        }
-      }
-      i = end + 1;
-      line += '\n';
-      if (line[0] == '.') {
-        if (line[1] != '.') {  // the terminating "." line
-          pending_ = buffer.substr(i);
-          return;
-        }
-        line.erase(0, 1);
-      }
-      out.write(line.data(), static_cast<std::streamsize>(line.size()));
-      line.clear();
-    }
-    socket_.receiveChunk(buffer, true);
-  }
+  while (!reader.feed(chunk, out)) socket_.receiveChunk(chunk, true);
+  pending_ = reader.rest();
+  dropLineFeed_ = reader.lineFeedMayFollow();
 }
 
 bool client::remove(std::uint32_t number) {

@@ -48,6 +48,27 @@ TEST(Pop3Client, PlainSessionFromGreetingToQuit) {
                                                        "RETR 1", "DELE 1", "QUIT"}));
 }
 
+// The final line's CR and LF in two receives: the LF still belongs to RETR, so the next
+// command reads its own status line, not an empty one.
+TEST(Pop3Client, FinalLineEndSplitAcrossReceives) {
+  ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                         send("+OK in\r\n"), receive(), send("+OK\r\nbody\r\n.\r"), receive(),
+                         pause(30), send("\n"), pause(30), send("+OK deleted\r\n"), receive(),
+                         send("+OK bye\r\n")});
+  client pop;
+  pop.setTimeouts(5000, 0);
+  pop.connect("127.0.0.1", server.port());
+  pop.login("alice", "secret");
+  std::ostringstream message;
+  pop.retrieve(1, message);
+  EXPECT_EQ(message.str(), "body\n");
+  EXPECT_TRUE(pop.remove(1));
+  EXPECT_EQ(pop.lastResponse(), "+OK deleted");
+  pop.close();
+  EXPECT_EQ(server.finish(),
+            (std::vector<std::string>{"USER alice", "PASS secret", "RETR 1", "DELE 1", "QUIT"}));
+}
+
 TEST(Pop3Client, ApopUsesTheGreetingStamp) {
   ScriptedServer server({send("+OK ready <1896.697170952@dbc.mtview.ca.us>\r\n"), receive(),
                          send("+OK\r\n"), receive(), send("+OK bye\r\n")});
