@@ -1,5 +1,5 @@
 # The commands people type. The real build is CMake (CMakePresets.json).
-.PHONY: all release debug test demo bench fuzz format clean deps package
+.PHONY: all release debug test demo bench fuzz format clean deps package windows test-windows
 
 all: release
 
@@ -36,6 +36,24 @@ fuzz:
 
 package: release
 	@cd build/release && cpack
+
+# Windows programs (build/windows32, build/windows64), cross-built with MinGW-w64.
+WINDOWS_DEPS = g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix googletest
+
+windows:
+	@scripts/ensure-deps.sh $(WINDOWS_DEPS)
+	@cmake --preset windows32 >/dev/null
+	@cmake --build --preset windows32
+	@cmake --preset windows64 >/dev/null
+	@cmake --build --preset windows64
+
+# Wine comes first: configuring finds it and hands it to ctest to start the test programs.
+test-windows:
+	@scripts/ensure-deps.sh wine64 $(WINDOWS_DEPS)
+	@$(MAKE) --no-print-directory windows
+	@cmake --preset debug >/dev/null
+	@cmake --build build/debug --target program_test -j2
+	@scripts/test-windows.sh build/debug
 
 format:
 	@git ls-files '*.cpp' '*.h' '*.inc' | xargs clang-format -i

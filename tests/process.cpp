@@ -111,6 +111,21 @@ std::vector<std::string> tool(const std::vector<std::string>& args) {
   return argv;
 }
 
+std::vector<std::string> verdictFilter() {
+  const char* over = std::getenv("VELMORA_VERDICT_FILTER_PATH");
+  return withRunner(over && *over ? over : VERDICT_FILTER);
+}
+
+bool windowsPrograms() {
+  const char* runner = std::getenv("VELMORA_RUNNER");
+  return runner && *runner;
+}
+
+bool endedByAbort(const Result& result) {
+  if (windowsPrograms()) return result.signal == 0 && result.exitCode == 3;
+  return result.signal != 0;
+}
+
 std::string sourceDir() {
   return VELMORA_SOURCE_DIR;
 }

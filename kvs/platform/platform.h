@@ -37,8 +37,8 @@ class File : private noncopyable {
   std::intptr_t handle_ = kClosed;
 };
 
-// Puts standard input and output in binary mode (answers end in a bare line feed on every
-// platform, and request lines arrive byte for byte) and makes a write to a closed standard
+// Puts the standard streams in binary mode (answers and messages end in a bare line feed on
+// every platform, and request lines arrive byte for byte) and makes a write to a closed standard
 // output an ordinary failed write instead of a fatal signal.
 void prepareStandardStreams();
 
