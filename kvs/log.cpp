@@ -85,7 +85,11 @@ logline::~logline() {
 
 std::string formatComment(int number, std::string_view source, std::string_view text) {
   std::string prefix = "* ";
-  if (number != 0) prefix += "[" + std::to_string(number) + "] ";
+  if (number != 0) {
+    prefix += '[';
+    prefix += std::to_string(number);
+    prefix += "] ";
+  }
   if (!source.empty()) {
     prefix += source;
     prefix += ": ";
