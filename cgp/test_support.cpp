@@ -61,7 +61,7 @@ void CapturedOutput::clear() {
 }
 
 std::string testBase() {
-  return std::string(CGP_TEST_DATA) + "/base";
+  return std::string(VELMORA_SOURCE_DIR) + "/tests/data/base";
 }
 
 ScratchDirectory::ScratchDirectory() {

@@ -64,9 +64,6 @@ class Helper : private kvs::noncopyable {
   // The request processing routine: a worker's entry in threaded mode.
   static void processCall(kvs::ptr<CallData> callData);
 
-  bool isThreaded() const { return threaded; }
-  const std::string& failure() const { return failurePrefix; }
-
  protected:
   void admitRequest(const CallData& callData);
   std::size_t activeCount();

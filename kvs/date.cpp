@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdio>
 #include <map>
-#include <mutex>
 #include <vector>
 
 namespace kvs {
