@@ -1,5 +1,5 @@
 # The commands people type. The real build is CMake (CMakePresets.json).
-.PHONY: all release debug test demo bench fuzz format clean deps package windows test-windows
+.PHONY: all release debug test test-tsan demo bench fuzz format clean deps package windows test-windows
 
 all: release
 
@@ -16,6 +16,13 @@ debug: deps
 
 test: debug
 	@ctest --preset debug
+
+# The engine's threaded mode under ThreadSanitizer: only its test program is built, and any
+# report fails the run.
+test-tsan: deps
+	@cmake --preset tsan >/dev/null
+	@cmake --build build/tsan --target host_test -j2
+	@build/tsan/host/host_test --gtest_filter='*Threaded*' --gtest_brief=1
 
 demo: release
 	@examples/run-demo.sh build/release/velmora

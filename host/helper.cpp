@@ -182,8 +182,10 @@ void Helper::admitRequest(const CallData& callData) {
     activeRequests.insert(n);
   }
   kvs::logline(n) << "Thread processing started";
+  // The request's one holder moves into the worker: once it runs, nothing here touches the ring.
   kvs::ptr<CallData> data(new CallData(callData));
-  kvs::thread_safe_ptr<kvs::_thread> worker(new kvs::_thread(&Helper::processCall, data, true));
+  kvs::thread_safe_ptr<kvs::_thread> worker(
+      new kvs::_thread(&Helper::processCall, std::move(data), true));
 }
 
 void Helper::processCall(kvs::ptr<CallData> callData) {

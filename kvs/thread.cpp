@@ -2,6 +2,7 @@
 #include "kvs/thread.h"
 
 #include <exception>
+#include <utility>
 
 #include "kvs/log.h"
 
@@ -12,8 +13,8 @@ _thread::~_thread() {
 }
 
 void _thread::start() {
-  if (thread_.joinable()) return;
-  thread_ = std::thread([body = body_]() {
+  if (!body_) return;
+  thread_ = std::thread([body = std::exchange(body_, nullptr)]() {
     // An exception that escapes the thread's function ends only that thread: it is logged
     // for the server's log instead of taking the whole filter down.
     try {
