@@ -51,14 +51,14 @@ void replaceAll(std::string& text, std::string_view from, const std::string& to)
   }
 }
 
-// Leading decimal digits (with an optional sign) as an int; 0 when there are none.
-int leadingNumber(std::string_view s, bool* ok = nullptr) {
+// A number is a token that starts with a decimal digit and whose leading digits fit an int;
+// anything else reads as 0.
+int number(std::string_view s, bool* isNumber = nullptr) {
   int value = 0;
-  const char* begin = s.data();
-  if (!s.empty() && s[0] == '+') ++begin;
-  auto [p, ec] = std::from_chars(begin, s.data() + s.size(), value);
-  if (ok) *ok = ec == std::errc() && p != begin;
-  return ec == std::errc() ? value : 0;
+  const bool ok = !s.empty() && s[0] >= '0' && s[0] <= '9' &&
+                  std::from_chars(s.data(), s.data() + s.size(), value).ec == std::errc();
+  if (isNumber) *isNumber = ok;
+  return ok ? value : 0;
 }
 
 std::int64_t daysFromCivil(std::int64_t y, unsigned m, unsigned d) {
@@ -107,9 +107,7 @@ Date Date::fromLocal(std::time_t t) {
 #else
   localtime_r(&t, &tm);
 #endif
-  Date d = fromTm(tm);
-  d.instant = t;
-  return d;
+  return fromTm(tm);
 }
 
 Date Date::fromUtc(std::time_t t) {
@@ -119,9 +117,7 @@ Date Date::fromUtc(std::time_t t) {
 #else
   gmtime_r(&t, &tm);
 #endif
-  Date d = fromTm(tm);
-  d.instant = t;
-  return d;
+  return fromTm(tm);
 }
 
 Date Date::now() {
@@ -201,17 +197,17 @@ Date Date::parse(std::string_view text) {
   if (tokens.size() < 5) return d;
   std::size_t k = 0;
   bool numeric = false;
-  leadingNumber(tokens[0], &numeric);
+  number(tokens[0], &numeric);
   if (!numeric) {
     auto wd = t.weekdays.find(tokens[0]);
     if (wd == t.weekdays.end() || tokens.size() < 6) return d;
     k = 1;
   }
-  d.day = leadingNumber(tokens[k]);
+  d.day = number(tokens[k]);
   auto mo = t.months.find(tokens[k + 1]);
   if (mo == t.months.end()) return d;
   d.month = mo->second;
-  int y = leadingNumber(tokens[k + 2]);
+  int y = number(tokens[k + 2]);
   if (y > 1900) y -= 1900;
   if (y > 300) return d;
   d.year = y;  // a two-digit year is 1900 + its value
@@ -225,9 +221,9 @@ Date Date::parse(std::string_view text) {
     p = stop + 1;
   }
   if (parts.size() < 2) return d;
-  d.hours = leadingNumber(parts[0]);
-  d.minutes = leadingNumber(parts[1]);
-  d.seconds = parts.size() > 2 ? leadingNumber(parts[2]) : 0;
+  d.hours = number(parts[0]);
+  d.minutes = number(parts[1]);
+  d.seconds = parts.size() > 2 ? number(parts[2]) : 0;
 
   std::tm tm{};
   tm.tm_sec = d.seconds;
@@ -237,29 +233,29 @@ Date Date::parse(std::string_view text) {
   tm.tm_mon = d.month;
   tm.tm_year = d.year;
   tm.tm_isdst = -1;
-  const std::time_t local = std::mktime(&tm);
-  if (local == static_cast<std::time_t>(-1)) return d;
-  d.weekday = tm.tm_wday;
+  if (std::mktime(&tm) == static_cast<std::time_t>(-1)) return d;
 
-  if (k + 4 < tokens.size()) {
-    // The zone: a table name, or a numeric zone "+hhmm" / "-hhmm" (one or two digits are
-    // read as hours). GMT, UT and names the table does not know count as offset 0.
-    const std::string_view zone = tokens[k + 4];
-    std::int32_t offset = 0;
-    if (!kvs::zoneOffset(zone, offset) && (zone[0] == '+' || zone[0] == '-')) {
-      const std::string_view digits = zone.substr(1);
-      const int v = leadingNumber(digits);
-      offset = digits.size() <= 2 ? v * 3600 : (v / 100) * 3600 + (v % 100) * 60;
-      if (zone[0] == '-') offset = -offset;
-    }
-    d.zoneOffset = offset;
-    const std::int64_t days = daysFromCivil(1900 + d.year, d.month + 1, 1) + (d.day - 1);
-    d.instant = static_cast<std::time_t>(days * 86400 + d.hours * 3600 + d.minutes * 60 +
-                                         d.seconds - offset);
-  } else {
-    d.instant = local;
+  // The zone (there are always enough tokens for one): a table name, or a numeric zone
+  // "+hhmm" / "-hhmm" (one or two digits are read as hours). GMT, UT and names the table does
+  // not know count as offset 0.
+  const std::string_view zone = tokens[k + 4];
+  std::int32_t named = 0;
+  std::int64_t offset = 0;
+  if (kvs::zoneOffset(zone, named)) {
+    offset = named;
+  } else if (zone[0] == '+' || zone[0] == '-') {
+    const std::string_view digits = zone.substr(1);
+    const std::int64_t v = number(digits);
+    offset = digits.size() <= 2 ? v * 3600 : (v / 100) * 3600 + (v % 100) * 60;
+    if (zone[0] == '-') offset = -offset;
   }
-  d.valid = true;
+  // The written clock time read in that zone; out-of-range fields carry over.
+  const std::int64_t days = daysFromCivil(1900 + d.year, d.month + 1, 1) + (d.day - 1);
+  const auto instant = static_cast<std::time_t>(days * 86400 + std::int64_t{d.hours} * 3600 +
+                                                std::int64_t{d.minutes} * 60 + d.seconds - offset);
+  // The fields stand for that instant in local time.
+  d = fromLocal(instant);
+  d.zoneOffset = static_cast<std::int32_t>(offset);
   return d;
 }
 

@@ -17,10 +17,8 @@ struct Date {
   std::int32_t year = 70;    // years since 1900
   std::int32_t weekday = 4;  // 0 = Sunday
   bool valid = false;
-  // Set by parse(): the zone offset written in the text (seconds east of GMT) and the instant
-  // the text stands for.
+  // Set by parse(): the zone offset written in the text, in seconds east of GMT.
   std::int32_t zoneOffset = 0;
-  std::time_t instant = 0;
 
   static Date now();  // local time
   static Date fromLocal(std::time_t t);
