@@ -6,6 +6,8 @@
 #include <map>
 #include <vector>
 
+#include "kvs/platform/platform.h"
+
 namespace kvs {
 namespace {
 
@@ -70,19 +72,6 @@ std::int64_t daysFromCivil(std::int64_t y, unsigned m, unsigned d) {
   return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
 }
 
-Date fromTm(const std::tm& tm) {
-  Date d;
-  d.seconds = tm.tm_sec;
-  d.minutes = tm.tm_min;
-  d.hours = tm.tm_hour;
-  d.day = tm.tm_mday;
-  d.month = tm.tm_mon;
-  d.year = tm.tm_year;
-  d.weekday = tm.tm_wday;
-  d.valid = true;
-  return d;
-}
-
 }  // namespace
 
 const char* weekdayName(int index) {
@@ -102,22 +91,17 @@ bool zoneOffset(std::string_view name, std::int32_t& offset) {
 
 Date Date::fromLocal(std::time_t t) {
   std::tm tm{};
-#ifdef _WIN32
-  localtime_s(&tm, &t);
-#else
-  localtime_r(&t, &tm);
-#endif
-  return fromTm(tm);
-}
-
-Date Date::fromUtc(std::time_t t) {
-  std::tm tm{};
-#ifdef _WIN32
-  gmtime_s(&tm, &t);
-#else
-  gmtime_r(&t, &tm);
-#endif
-  return fromTm(tm);
+  Date d;
+  if (!platform::localTime(t, tm)) return d;
+  d.seconds = tm.tm_sec;
+  d.minutes = tm.tm_min;
+  d.hours = tm.tm_hour;
+  d.day = tm.tm_mday;
+  d.month = tm.tm_mon;
+  d.year = tm.tm_year;
+  d.weekday = tm.tm_wday;
+  d.valid = true;
+  return d;
 }
 
 Date Date::now() {

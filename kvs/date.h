@@ -20,9 +20,8 @@ struct Date {
   // Set by parse(): the zone offset written in the text, in seconds east of GMT.
   std::int32_t zoneOffset = 0;
 
-  static Date now();  // local time
-  static Date fromLocal(std::time_t t);
-  static Date fromUtc(std::time_t t);
+  static Date now();                     // local time
+  static Date fromLocal(std::time_t t);  // invalid when the time has no local form
 
   // Pattern letters: YYYY YY, MMMM MMM MM M, DD D, hh h, mm m, ss s, ww w (see date.cpp).
   [[nodiscard]] std::string format(std::string_view pattern) const;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "kvs/noncopyable.h"
@@ -36,6 +37,9 @@ class File : private noncopyable {
   static constexpr std::intptr_t kClosed = -1;
   std::intptr_t handle_ = kClosed;
 };
+
+// The calendar fields of `t` in the local time zone; false when the time has none.
+bool localTime(std::time_t t, std::tm& fields);
 
 // Puts the standard streams in binary mode (answers and messages end in a bare line feed on
 // every platform, and request lines arrive byte for byte) and makes a write to a closed standard

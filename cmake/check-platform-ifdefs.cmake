@@ -1,0 +1,26 @@
+# Fails when a source file outside the platform layer tests for Windows: system differences live
+# in kvs/platform/ and in access/socket.cpp, which wraps the two socket libraries.
+# Usage: cmake -DSOURCE_DIR=<project folder> -P check-platform-ifdefs.cmake
+set(allowed "^(kvs/platform/|access/socket\\.cpp$)")
+file(GLOB folders LIST_DIRECTORIES true RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/*)
+set(offenders "")
+foreach(folder ${folders})
+  if(NOT IS_DIRECTORY ${SOURCE_DIR}/${folder} OR folder MATCHES "^(build|\\.)")
+    continue()
+  endif()
+  file(GLOB_RECURSE files RELATIVE ${SOURCE_DIR}
+    ${SOURCE_DIR}/${folder}/*.cpp ${SOURCE_DIR}/${folder}/*.h ${SOURCE_DIR}/${folder}/*.inc)
+  foreach(file ${files})
+    if(file MATCHES "${allowed}")
+      continue()
+    endif()
+    file(STRINGS ${SOURCE_DIR}/${file} lines REGEX "^[ \t]*#[ \t]*(if|elif).*_WIN32")
+    if(lines)
+      list(APPEND offenders ${file})
+    endif()
+  endforeach()
+endforeach()
+if(offenders)
+  list(JOIN offenders "\n  " text)
+  message(FATAL_ERROR "Tests for _WIN32 outside the platform layer:\n  ${text}")
+endif()
