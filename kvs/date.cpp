@@ -45,14 +45,6 @@ std::string padded(int value, int width) {
   return buf;
 }
 
-void replaceAll(std::string& text, std::string_view from, const std::string& to) {
-  std::size_t pos = 0;
-  while ((pos = text.find(from, pos)) != std::string::npos) {
-    text.replace(pos, from.size(), to);
-    pos += to.size();
-  }
-}
-
 // A number is a token that starts with a decimal digit and whose leading digits fit an int;
 // anything else reads as 0.
 int number(std::string_view s, bool* isNumber = nullptr) {
@@ -109,58 +101,39 @@ Date Date::now() {
 }
 
 std::string Date::format(std::string_view pattern) const {
-  // Pattern letters become private marker bytes first, so that names inserted later (May,
-  // Monday) are never read as pattern letters.
-  std::string s;
-  s.reserve(pattern.size());
-  for (char c : pattern) {
-    switch (c) {
-      case 'Y':
-        s.push_back('\x01');
-        break;
-      case 'M':
-        s.push_back('\x02');
-        break;
-      case 'D':
-        s.push_back('\x03');
-        break;
-      case 'h':
-        s.push_back('\x04');
-        break;
-      case 'm':
-        s.push_back('\x05');
-        break;
-      case 's':
-        s.push_back('\x06');
-        break;
-      case 'w':
-        s.push_back('\x07');
-        break;
-      default:
-        s.push_back(c);
-    }
-  }
   const int fullYear = 1900 + year;
   const int wd = ((weekday % 7) + 7) % 7;
   const int mo = ((month % 12) + 12) % 12;
-  // Longest forms first; a lone Y has no form and stays a marker byte.
-  replaceAll(s, "\x01\x01\x01\x01", padded(fullYear, 4));
-  replaceAll(s, "\x01\x01", padded(((fullYear % 100) + 100) % 100, 2));
-  replaceAll(s, "\x02\x02\x02\x02", kMonths[12 + mo]);
-  replaceAll(s, "\x02\x02\x02", kMonths[mo]);
-  replaceAll(s, "\x02\x02", padded(month + 1, 2));
-  replaceAll(s, "\x02", std::to_string(month + 1));
-  replaceAll(s, "\x03\x03", padded(day, 2));
-  replaceAll(s, "\x03", std::to_string(day));
-  replaceAll(s, "\x04\x04", padded(hours, 2));
-  replaceAll(s, "\x04", std::to_string(hours));
-  replaceAll(s, "\x05\x05", padded(minutes, 2));
-  replaceAll(s, "\x05", std::to_string(minutes));
-  replaceAll(s, "\x06\x06", padded(seconds, 2));
-  replaceAll(s, "\x06", std::to_string(seconds));
-  replaceAll(s, "\x07\x07", kWeekdays[7 + wd]);
-  replaceAll(s, "\x07", kWeekdays[wd]);
-  return s;
+  // Rows Y M D h m s w: what a run of n of the letter stands for, by n. A longer run is
+  // spelled from the left, longest form first ("MMMMM" is "MMMM" then "M"); a Y that no form
+  // covers stays the byte 0x01. Inserted names are never read as letters.
+  const std::string forms[7][5] = {
+      {"", "\x01", padded(((fullYear % 100) + 100) % 100, 2), "", padded(fullYear, 4)},
+      {"", std::to_string(month + 1), padded(month + 1, 2), kMonths[mo], kMonths[12 + mo]},
+      {"", std::to_string(day), padded(day, 2)},
+      {"", std::to_string(hours), padded(hours, 2)},
+      {"", std::to_string(minutes), padded(minutes, 2)},
+      {"", std::to_string(seconds), padded(seconds, 2)},
+      {"", kWeekdays[wd], kWeekdays[7 + wd]},
+  };
+  // The row of a pattern byte; the bytes 0x01-0x07 count as the letters of rows 0-6.
+  const auto row = [](char c) {
+    return c >= 1 && c <= 7 ? static_cast<std::size_t>(c - 1) : std::string_view("YMDhmsw").find(c);
+  };
+  std::string out;
+  for (std::size_t i = 0; i < pattern.size();) {
+    const std::size_t r = row(pattern[i]);
+    if (r == std::string_view::npos) {
+      out.push_back(pattern[i++]);
+      continue;
+    }
+    std::size_t run = 0;
+    for (; i < pattern.size() && row(pattern[i]) == r; ++i) ++run;
+    for (std::size_t n = 4; n > 0; --n) {
+      for (; run >= n && !forms[r][n].empty(); run -= n) out += forms[r][n];
+    }
+  }
+  return out;
 }
 
 std::string Date::rfc822() const {

@@ -28,6 +28,13 @@ TEST(DateFormat, PatternLetters) {
       {"Y", "\x01"},
       {"YYY", "24\x01"},
       {"x = 1", "x = 1"},
+      // Long runs are spelled from the left, longest form first.
+      {"MMMMM", "May5"},
+      {"YYYYYYY", "202424\x01"},
+      {"DDD hhh sss", "055 077 099"},
+      {"www mmmmm", "SunSun 08088"},
+      // The bytes 0x01-0x07 count as the letters Y M D h m s w.
+      {"\x01YYY \x02 \x04\x04", "2024 5 07"},
   };
   for (const auto& [pattern, text] : rows) EXPECT_EQ(d.format(pattern), text) << pattern;
 }
