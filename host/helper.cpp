@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
+#include <iterator>
 
 #include "kvs/exception.h"
 #include "kvs/log.h"
@@ -21,6 +22,20 @@ namespace {
 bool isDelimiter(char c) {
   return c == ' ' || c == '\r' || c == '\n';
 }
+
+// One row per verdict code: the comment, the answer word, whether the lines follow in quotes.
+struct AnswerRow {
+  const char* comment;
+  const char* word;
+  bool withText;
+};
+const AnswerRow kAnswers[] = {
+    {"Accepting message", "OK", false},
+    {"Postponing message", "REJECTED", true},
+    {"Rejecting message", "ERROR", true},
+    {"Discarding message", "DISCARD", false},
+    {"Adding Header(s) to message", "ADDHEADER", true},
+};
 
 const char kQuitAnswer[] =
     "\"QUIT command received, filter is shut down. Please restart the filter.\"";
@@ -62,6 +77,25 @@ int requestNumber(const std::string& text) {
     value = std::min<std::int64_t>(value * 10 + (text[i] - '0'), limit);
   }
   return static_cast<int>(negative ? -value : value);
+}
+
+std::string formatAnswer(int seqID, const Verdict& verdict) {
+  std::string text;  // the lines escaped, joined by "\e" (an escaped line feed)
+  for (std::size_t i = 0; i < verdict.lines.size(); ++i) {
+    if (i > 0) text += "\\e";
+    text += kvs::escapeString(verdict.lines[i]);
+  }
+  std::int32_t code = verdict.code;
+  if (code == Verdict::ADDHEADER && text.empty()) code = Verdict::OK;
+  if (static_cast<std::uint32_t>(code) >= std::size(kAnswers)) return {};
+  const AnswerRow& row = kAnswers[code];
+  std::string answer = kvs::formatComment(seqID, {}, row.comment);
+  answer += std::to_string(seqID);
+  answer += ' ';
+  answer += row.word;
+  if (row.withText) answer += " \"" + text + '"';
+  answer.push_back('\n');
+  return answer;
 }
 
 Helper::Helper(bool threaded_, const std::string& failureWord)
@@ -229,42 +263,10 @@ void ExtFilter::processRequest(int seqID, const std::string&, const std::string&
     kvs::ScopedLock lock(filterLock_);
     verdict = filterMessage(seqID, path);
   }
-  std::string joined;
-  for (std::size_t i = 0; i < verdict.lines.size(); ++i) {
-    if (i > 0) joined.push_back('\n');
-    joined += verdict.lines[i];
-  }
-  const std::string text = kvs::escapeString(joined);
-  std::int32_t code = verdict.code;
-  if (code == Verdict::ADDHEADER && text.empty()) code = Verdict::OK;
-  // Codes outside the table are answered with silence, on purpose.
-  if (static_cast<std::uint32_t>(code) >= 5) return;
-  static const char* const comments[] = {"Accepting message", "Postponing message",
-                                         "Rejecting message", "Discarding message",
-                                         "Adding Header(s) to message"};
-  // The comment and the answer leave in one write: the pair stays together and the server
-  // is woken once.
-  std::string lines = kvs::formatComment(seqID, {}, comments[code]);
-  lines += std::to_string(seqID);
-  switch (code) {
-    case Verdict::OK:
-      lines += " OK";
-      break;
-    case Verdict::REJECTED:
-      lines += " REJECTED \"" + text + "\"";
-      break;
-    case Verdict::ERROR:
-      lines += " ERROR \"" + text + "\"";
-      break;
-    case Verdict::DISCARD:
-      lines += " DISCARD";
-      break;
-    default:
-      lines += " ADDHEADER \"" + text + "\"";
-      break;
-  }
-  lines.push_back('\n');
-  kvs::writeOutput(lines);
+  // The comment and the answer leave in one write: the pair stays together and the server is
+  // woken once.
+  const std::string answer = formatAnswer(seqID, verdict);
+  if (!answer.empty()) kvs::writeOutput(answer);
 }
 
 }  // namespace cgp

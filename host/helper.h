@@ -41,6 +41,11 @@ struct RequestLine {
 // values beyond the 32-bit range are clamped.
 [[nodiscard]] int requestNumber(const std::string& text);
 
+// The comment line and the answer line for a message's verdict, as one text; empty for a code
+// outside the table, which is answered with silence, on purpose. ADDHEADER with no text to add
+// is answered as OK.
+[[nodiscard]] std::string formatAnswer(int seqID, const Verdict& verdict);
+
 class Helper : private kvs::noncopyable {
  public:
   static constexpr std::size_t maxQueuedRequests = 50;

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <thread>
 
 #include "kvs/log.h"
@@ -130,6 +131,50 @@ TEST(RequestNumber, AgreesWithStreamExtraction) {
   }
 }
 
+TEST(FormatAnswer, OneRowPerCode) {
+  using cgp::Verdict;
+  struct Row {
+    int seqID;
+    Verdict verdict;
+    const char* answer;
+  };
+  const Row rows[] = {
+      {1, {Verdict::OK, {"X-Ignored: 1"}}, "* [1] Accepting message\n1 OK\n"},
+      {2,
+       {Verdict::REJECTED, {"bad \"quoted\" text\twith tab\\"}},
+       "* [2] Postponing message\n2 REJECTED \"bad \\\"quoted\\\" text\\twith tab\\\\\"\n"},
+      {2, {Verdict::REJECTED, {}}, "* [2] Postponing message\n2 REJECTED \"\"\n"},
+      {3,
+       {Verdict::ERROR, {"line1", "line2"}},
+       "* [3] Rejecting message\n3 ERROR \"line1\\eline2\"\n"},
+      {11,
+       {Verdict::ERROR, {"ab\rcd", std::string("nul\0byte", 8)}},
+       "* [11] Rejecting message\n11 ERROR \"abcd\\enul\\0byte\"\n"},
+      {4, {Verdict::DISCARD, {"X-Dropped: 1"}}, "* [4] Discarding message\n4 DISCARD\n"},
+      {0, {Verdict::DISCARD, {}}, "* Discarding message\n0 DISCARD\n"},
+      {-3, {Verdict::OK, {}}, "* [-3] Accepting message\n-3 OK\n"},
+      {5,
+       {Verdict::ADDHEADER, {"X-A: 1", "X-B: 2"}},
+       "* [5] Adding Header(s) to message\n5 ADDHEADER \"X-A: 1\\eX-B: 2\"\n"},
+      {5,
+       {Verdict::ADDHEADER, {"", ""}},
+       "* [5] Adding Header(s) to message\n5 ADDHEADER \"\\e\"\n"},
+      // Nothing to add: answered as OK.
+      {6, {Verdict::ADDHEADER, {}}, "* [6] Accepting message\n6 OK\n"},
+      {7,
+       {Verdict::ADDHEADER, {"", "\r"}},
+       "* [7] Adding Header(s) to message\n7 ADDHEADER \"\\e\"\n"},
+      {7, {Verdict::ADDHEADER, {"\r"}}, "* [7] Accepting message\n7 OK\n"},
+      // Codes outside the table get no answer at all.
+      {8, {5, {"X-Silent: 1"}}, ""},
+      {9, {-1, {"X-Silent: 1"}}, ""},
+      {10, {1000, {"X"}}, ""},
+  };
+  for (const Row& r : rows) {
+    EXPECT_EQ(cgp::formatAnswer(r.seqID, r.verdict), r.answer) << r.seqID << " " << r.verdict.code;
+  }
+}
+
 // Answers every message with ADDHEADER and one line naming the request.
 class EchoFilter : public cgp::ExtFilter {
  public:
@@ -167,6 +212,22 @@ TEST_F(Captured, NonThreadedModeWritesNoThreadComments) {
             "* [1] Adding Header(s) to message\n1 ADDHEADER \"X-Seen: 1\"\n"
             "* [2] Adding Header(s) to message\n2 ADDHEADER \"X-Seen: 2\"\n"
             "* [3] Adding Header(s) to message\n3 ADDHEADER \"X-Seen: 3\"\n");
+}
+
+// Nothing catches what escapes a filter: the process ends, and no answer is written.
+class ThrowingFilter : public cgp::ExtFilter {
+ public:
+  ThrowingFilter() : cgp::ExtFilter(false) {}
+  cgp::Verdict filterMessage(int, const std::string&) override {
+    throw std::runtime_error("filter failed");
+  }
+};
+
+TEST_F(Captured, AnExceptionFromTheFilterIsNotCaught) {
+  ThrowingFilter filter;
+  EXPECT_THROW(filter.handleRequest("1 FILE " + file_), std::runtime_error);
+  EXPECT_EQ(transcript(), "");
+  EXPECT_THROW(filter.handleRequest("2 FILE " + file_), std::runtime_error);  // not left locked
 }
 
 // Blocks every message until released; counts how many calls ever overlapped.

@@ -68,7 +68,6 @@ run_build() {
   VELMORA_RUNNER="$loader" \
     VELMORA_PROGRAM_PATH="$PWD/$build/velmora.exe" \
     VELMORA_TOOL_PATH="$PWD/$build/velmora-tool.exe" \
-    VELMORA_VERDICT_FILTER_PATH="$PWD/$build/tests/verdict_filter.exe" \
     timeout 1800 "$linux_build/tests/program_test" || status=1
   stop_server
   return $status

@@ -111,11 +111,6 @@ std::vector<std::string> tool(const std::vector<std::string>& args) {
   return argv;
 }
 
-std::vector<std::string> verdictFilter() {
-  const char* over = std::getenv("VELMORA_VERDICT_FILTER_PATH");
-  return withRunner(over && *over ? over : VERDICT_FILTER);
-}
-
 bool windowsPrograms() {
   const char* runner = std::getenv("VELMORA_RUNNER");
   return runner && *runner;

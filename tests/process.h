@@ -20,13 +20,11 @@ struct Result {
 Result run(const std::vector<std::string>& argv, const std::string& input = "",
            int timeoutSeconds = 60, const std::string& workdir = "");
 
-// The velmora program and velmora-tool under test, and the engine's test filter
-// (tests/verdict_filter.cpp). VELMORA_PROGRAM_PATH, VELMORA_TOOL_PATH and
-// VELMORA_VERDICT_FILTER_PATH replace the programs of this build; VELMORA_RUNNER (for example
-// "wine64") is put in front of each when it is set, so all three must then be of its kind.
+// The velmora program and velmora-tool under test. VELMORA_PROGRAM_PATH and VELMORA_TOOL_PATH
+// replace the programs of this build; VELMORA_RUNNER (for example "wine64") is put in front of
+// each when it is set, so both must then be of its kind.
 std::vector<std::string> program();
 std::vector<std::string> tool(const std::vector<std::string>& args);
-std::vector<std::string> verdictFilter();
 
 // True when the programs under test are Windows programs run through VELMORA_RUNNER.
 bool windowsPrograms();

@@ -13,7 +13,6 @@
 
 namespace fs = std::filesystem;
 using testing_process::run;
-using testing_process::verdictFilter;
 
 namespace {
 
@@ -176,50 +175,6 @@ TEST(Protocol, ClosedStandardOutputDoesNotKillTheFilter) {
   for (const auto& word : testing_process::program()) argv.push_back(word);
   const auto r = run(argv);
   EXPECT_EQ(r.out, "status=0\n");
-}
-
-TEST(Protocol, VerdictCodesAndTheirComments) {
-  Scratch s;
-  s.write("v0", "0\nX-Ignored: 1\n");
-  s.write("v1", "1\nbad \"quoted\" text\twith tab\\\n");
-  s.write("v2", "2\nline1\nline2\n");
-  s.write("v3", "3\n");
-  s.write("v4", "4\nX-A: 1\nX-B: 2\n");
-  s.write("v4none", "4\n");
-  s.write("v4blank", "4\n\n");
-  s.write("v5", "5\nX-Silent: 1\n");
-  s.write("vminus", "-1\nX-Silent: 1\n");
-  s.write("vbig", "1000\nX\n");
-  s.write("vcr", std::string("2\nab\rcd\nnul\0byte\n", 17));
-  s.write("dir with blank/v3 x.msg", "3\n");
-  const std::string input =
-      "1 FILE v0\n2 FILE v1\n3 FILE v2\n4 FILE v3\n5 FILE v4\n6 FILE v4none\n7 FILE v4blank\n"
-      "8 FILE v5\n9 FILE vminus\n10 FILE vbig\n11 FILE vcr\n0 FILE v3\n"
-      "12 file dir with blank/v3 x.msg\n13 KEY\n";
-  const auto r = run(verdictFilter(), input, 60, s.path());
-  EXPECT_EQ(r.exitCode, 0);
-  EXPECT_EQ(r.out, kReady +
-                       "* [1] Accepting message\n1 OK\n"
-                       "* [2] Postponing message\n"
-                       "2 REJECTED \"bad \\\"quoted\\\" text\\twith tab\\\\\"\n"
-                       "* [3] Rejecting message\n3 ERROR \"line1\\eline2\"\n"
-                       "* [4] Discarding message\n4 DISCARD\n"
-                       "* [5] Adding Header(s) to message\n5 ADDHEADER \"X-A: 1\\eX-B: 2\"\n"
-                       "* [6] Accepting message\n6 OK\n"
-                       "* [7] Accepting message\n7 OK\n"
-                       "* [11] Rejecting message\n11 ERROR \"abcd\\enul\\0byte\"\n"
-                       "* Discarding message\n0 DISCARD\n"
-                       "* [12] Discarding message\n12 DISCARD\n"
-                       "13 OK\n");
-}
-
-TEST(Protocol, ExceptionFromTheFilterEndsTheProcess) {
-  Scratch s;
-  s.write("v0", "0\n");
-  s.write("boom", "throw\n");
-  const auto r = run(verdictFilter(), "1 FILE v0\n2 FILE boom\n3 FILE v0\n", 60, s.path());
-  EXPECT_TRUE(testing_process::endedByAbort(r)) << r.exitCode << " " << r.signal;
-  EXPECT_EQ(r.out, kReady + "* [1] Accepting message\n1 OK\n");
 }
 
 TEST(Protocol, ManyRequestsGetTheirAnswersInOrder) {
