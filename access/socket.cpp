@@ -7,8 +7,8 @@
 #include <cstring>
 #include <thread>
 
+#include "kvs/ascii.h"
 #include "kvs/exception.h"
-#include "kvs/text.h"
 
 #ifdef _WIN32
 #ifndef WIN32_LEAN_AND_MEAN

@@ -5,7 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "bench/message_writer.h"
-#include "kvs/text.h"
+#include "kvs/ascii.h"
+#include "kvs/base64.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include "cgp/base_tables.h"
 #include "cgp/dataset_file.h"
 #include "cgp/domain_data.h"
+#include "kvs/ascii.h"
 #include "kvs/log.h"
 #include "kvs/platform/platform.h"
-#include "kvs/text.h"
 
 namespace cgp {
 namespace detail {

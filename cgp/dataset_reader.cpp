@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "cgp/dataset_text.h"
+#include "kvs/ascii.h"
 #include "kvs/log.h"
 #include "kvs/mutex.h"
-#include "kvs/text.h"
 
 namespace cgp {
 namespace {

@@ -5,7 +5,7 @@
 #include <sstream>
 #include <vector>
 
-#include "kvs/text.h"
+#include "kvs/escape.h"
 
 namespace cgp {
 namespace {

@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "kvs/ascii.h"
 #include "kvs/log.h"
-#include "kvs/text.h"
 
 namespace cgp {
 namespace {

@@ -14,9 +14,9 @@
 
 #include "cgp/base_directory.h"
 #include "cgp/dataset_file.h"
+#include "kvs/ascii.h"
 #include "kvs/log.h"
 #include "kvs/mutex.h"
-#include "kvs/text.h"
 
 namespace cgp {
 namespace {

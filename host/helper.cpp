@@ -10,10 +10,11 @@
 #include <iostream>
 #include <iterator>
 
+#include "kvs/ascii.h"
+#include "kvs/escape.h"
 #include "kvs/exception.h"
 #include "kvs/log.h"
 #include "kvs/platform/platform.h"
-#include "kvs/text.h"
 #include "kvs/thread.h"
 
 namespace cgp {

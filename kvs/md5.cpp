@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "kvs/text.h"
+#include "kvs/escape.h"
 
 namespace kvs {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "kvs/log.h"
-#include "kvs/text.h"
+#include "kvs/platform/platform.h"
 
 AttachmentFilter::AttachmentFilter() : cgp::ExtFilter(false) {}
 AttachmentFilter::~AttachmentFilter() = default;
@@ -35,7 +35,7 @@ cgp::Verdict AttachmentFilter::filterMessage(int, const std::string& path) {
 int AttachmentFilter::run(int argc, char** argv) {
   std::printf("* Korvantis's Velmora filter v1.2.1b running...\n");
   std::fflush(stdout);
-  programDirectory = kvs::directoryOf(argc > 0 && argv[0] ? argv[0] : "");
+  programDirectory = kvs::platform::directoryOf(argc > 0 && argv[0] ? argv[0] : "");
   commandLoop();
   return 0;
 }

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "kvs/text.h"
+#include "kvs/ascii.h"
 #include "scanner/base64_decoder.h"
 #include "scanner/quoted_printable_decoder.h"
 #include "scanner/zip_directory.h"

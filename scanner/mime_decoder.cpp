@@ -1,7 +1,7 @@
 // The body readers of the scanner.
 #include "scanner/mime_decoder.h"
 
-#include "kvs/text.h"
+#include "kvs/ascii.h"
 
 namespace Decoder::MIME {
 

@@ -2,7 +2,7 @@
 #include <string>
 #include <string_view>
 
-#include "kvs/text.h"
+#include "kvs/ascii.h"
 #include "scanner/base64_decoder.h"
 #include "scanner/message_scanner.h"
 #include "scanner/quoted_printable_decoder.h"

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "kvs/text.h"
+#include "kvs/ascii.h"
 
 namespace scanner {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "kvs/text.h"
+#include "kvs/base64.h"
 #include "tests/process.h"
 #include "tests/zip_image.h"
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "kvs/ascii.h"
 #include "tests/scanner_support.h"
 
 #if defined(VANISHING_FILTER)

@@ -6,3 +6,16 @@
 #else
 #include "Unix/platform.inc"
 #endif
+
+namespace kvs::platform {
+
+std::string directoryOf(std::string_view path) {
+  std::string p(path);
+  for (char& c : p) {
+    if (c == '\\') c = '/';
+  }
+  const std::size_t slash = p.rfind('/');
+  return slash == std::string::npos ? std::string("./") : p.substr(0, slash + 1);
+}
+
+}  // namespace kvs::platform

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include "kvs/noncopyable.h"
 
@@ -40,6 +41,10 @@ class File : private noncopyable {
 
 // The calendar fields of `t` in the local time zone; false when the time has none.
 bool localTime(std::time_t t, std::tm& fields);
+
+// The directory part of a path, with every backslash turned into "/" and the last "/" kept;
+// "./" when there is no separator at all.
+[[nodiscard]] std::string directoryOf(std::string_view path);
 
 // Puts the standard streams in binary mode (answers and messages end in a bare line feed on
 // every platform, and request lines arrive byte for byte) and makes a write to a closed standard

@@ -178,4 +178,13 @@ TEST(PlatformStreams, PreparedForBinaryAndBrokenPipes) {
 #endif
 }
 
+TEST(DirectoryOf, Separators) {
+  EXPECT_EQ(kvs::platform::directoryOf("velmora.exe"), "./");
+  EXPECT_EQ(kvs::platform::directoryOf("C:\\CGP\\velmora.exe"), "C:/CGP/");
+  EXPECT_EQ(kvs::platform::directoryOf("C:/CGP/velmora.exe"), "C:/CGP/");
+  EXPECT_EQ(kvs::platform::directoryOf("/usr/bin/velmora"), "/usr/bin/");
+  EXPECT_EQ(kvs::platform::directoryOf(""), "./");
+  EXPECT_EQ(kvs::platform::directoryOf("dir/"), "dir/");
+}
+
 }  // namespace

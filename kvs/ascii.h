@@ -1,5 +1,5 @@
-// Locale-free text services on raw bytes: character classes, the one-byte lower-case table,
-// base64 in two alphabets, modified UTF-7, hexadecimal, the dataset string escapes, booleans.
+// The library's ASCII tables on raw bytes: character classes, the one-byte lower-case table,
+// case-insensitive comparison and whitespace trimming. No locale is involved.
 #pragma once
 
 #include <array>
@@ -68,33 +68,4 @@ void toLowerInPlace(std::string& text);
 [[nodiscard]] std::string_view trimLeft(std::string_view text);
 [[nodiscard]] std::string_view trim(std::string_view text);
 
-// Base64: the standard alphabet with "=" padding, or (modified) "," for "/" and no padding.
-[[nodiscard]] std::string base64Encode(std::string_view bytes, bool modified = false);
-// Decodes what base64Encode writes. Characters outside the alphabet (line ends, blanks) are
-// skipped, padding ends the data, and a last lone character is dropped.
-[[nodiscard]] std::string base64Decode(std::string_view text, bool modified = false);
-
-// Modified UTF-7 for mailbox names. The input is UTF-8; a byte that does not start a valid
-// UTF-8 sequence is taken as the Latin-1 character of that value.
-[[nodiscard]] std::string utf7Encode(std::string_view utf8);
-// Back to UTF-8. A "&...-" section that does not decode is kept as it stands.
-[[nodiscard]] std::string utf7Decode(std::string_view utf7);
-
-// Each byte as two lower-case hexadecimal digits, no separators.
-[[nodiscard]] std::string hex(std::string_view bytes);
-
-[[nodiscard]] inline const char* boolText(bool value) {
-  return value ? "true" : "false";
-}
-
-// The dataset string escapes, without quotes: backslash doubled, CR dropped, LF as "\e", tab as
-// "\t", double quote as "\"", and a byte of value 0 as "\0" (never a raw NUL on the wire).
-[[nodiscard]] std::string escapeString(std::string_view text);
-
-}  // namespace kvs
-
-namespace kvs {
-// The directory part of a path, with every backslash turned into "/" and the last "/" kept;
-// "./" when there is no separator at all.
-[[nodiscard]] std::string directoryOf(std::string_view path);
 }  // namespace kvs
