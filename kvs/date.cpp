@@ -1,7 +1,9 @@
 // Date formatting with pattern letters, and the RFC 822 date parser.
 #include "kvs/date.h"
 
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <map>
 #include <vector>
@@ -55,23 +57,7 @@ int number(std::string_view s, bool* isNumber = nullptr) {
   return ok ? value : 0;
 }
 
-std::int64_t daysFromCivil(std::int64_t y, unsigned m, unsigned d) {
-  y -= m <= 2;
-  const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const unsigned yoe = static_cast<unsigned>(y - era * 400);
-  const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
-}
-
 }  // namespace
-
-const char* weekdayName(int index) {
-  return index >= 0 && index < 14 ? kWeekdays[index] : "";
-}
-const char* monthName(int index) {
-  return index >= 0 && index < 24 ? kMonths[index] : "";
-}
 
 bool zoneOffset(std::string_view name, std::int32_t& offset) {
   const auto& zones = tables().zones;
@@ -142,55 +128,38 @@ std::string Date::rfc822() const {
 
 Date Date::parse(std::string_view text) {
   const Tables& t = tables();
-  Date d;
   std::vector<std::string_view> tokens;
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const std::size_t end = text.find_first_of(" ,", i);
-    const std::size_t stop = end == std::string_view::npos ? text.size() : end;
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t stop = std::min(text.find_first_of(" ,", i), text.size());
     if (stop > i) tokens.push_back(text.substr(i, stop - i));
     i = stop + 1;
   }
-  if (tokens.size() < 5) return d;
+  const Date invalid;
+  if (tokens.size() < 5) return invalid;
   std::size_t k = 0;
   bool numeric = false;
   number(tokens[0], &numeric);
   if (!numeric) {
-    auto wd = t.weekdays.find(tokens[0]);
-    if (wd == t.weekdays.end() || tokens.size() < 6) return d;
+    if (t.weekdays.count(tokens[0]) == 0 || tokens.size() < 6) return invalid;
     k = 1;
   }
-  d.day = number(tokens[k]);
-  auto mo = t.months.find(tokens[k + 1]);
-  if (mo == t.months.end()) return d;
-  d.month = mo->second;
-  int y = number(tokens[k + 2]);
-  if (y > 1900) y -= 1900;
-  if (y > 300) return d;
-  d.year = y;  // a two-digit year is 1900 + its value
-
-  std::vector<std::string_view> parts;
-  std::string_view clock = tokens[k + 3];
-  for (std::size_t p = 0; p <= clock.size();) {
-    const std::size_t c = clock.find(':', p);
-    const std::size_t stop = c == std::string_view::npos ? clock.size() : c;
-    parts.push_back(clock.substr(p, stop - p));
-    p = stop + 1;
-  }
-  if (parts.size() < 2) return d;
-  d.hours = number(parts[0]);
-  d.minutes = number(parts[1]);
-  d.seconds = parts.size() > 2 ? number(parts[2]) : 0;
-
   std::tm tm{};
-  tm.tm_sec = d.seconds;
-  tm.tm_min = d.minutes;
-  tm.tm_hour = d.hours;
-  tm.tm_mday = d.day;
-  tm.tm_mon = d.month;
-  tm.tm_year = d.year;
-  tm.tm_isdst = -1;
-  if (std::mktime(&tm) == static_cast<std::time_t>(-1)) return d;
+  tm.tm_mday = number(tokens[k]);
+  const auto month = t.months.find(tokens[k + 1]);
+  if (month == t.months.end()) return invalid;
+  tm.tm_mon = month->second;
+  tm.tm_year = number(tokens[k + 2]);
+  if (tm.tm_year > 1900) tm.tm_year -= 1900;  // so a two-digit year is 1900 + its value
+  if (tm.tm_year > 300) return invalid;
+  // The time, split at ":": empty parts read as 0, and so do missing seconds. A number reads
+  // only its leading digits, so each part can be read from its start to the end of the token.
+  const std::string_view clock = tokens[k + 3];
+  const std::size_t colon = clock.find(':');
+  if (colon == std::string_view::npos) return invalid;
+  const std::size_t second = clock.find(':', colon + 1);
+  tm.tm_hour = number(clock);
+  tm.tm_min = number(clock.substr(colon + 1));
+  tm.tm_sec = second == std::string_view::npos ? 0 : number(clock.substr(second + 1));
 
   // The zone (there are always enough tokens for one): a table name, or a numeric zone
   // "+hhmm" / "-hhmm" (one or two digits are read as hours). GMT, UT and names the table does
@@ -207,11 +176,17 @@ Date Date::parse(std::string_view text) {
     if (zone[0] == '-') offset = -offset;
   }
   // The written clock time read in that zone; out-of-range fields carry over.
-  const std::int64_t days = daysFromCivil(1900 + d.year, d.month + 1, 1) + (d.day - 1);
-  const auto instant = static_cast<std::time_t>(days * 86400 + std::int64_t{d.hours} * 3600 +
-                                                std::int64_t{d.minutes} * 60 + d.seconds - offset);
-  // The fields stand for that instant in local time.
-  d = fromLocal(instant);
+  namespace chrono = std::chrono;
+  const std::int64_t days = chrono::sys_days{chrono::year{1900 + tm.tm_year} / (tm.tm_mon + 1) / 1}
+                                .time_since_epoch()
+                                .count() +
+                            tm.tm_mday - 1;
+  const auto instant = static_cast<std::time_t>(days * 86400 + std::int64_t{tm.tm_hour} * 3600 +
+                                                std::int64_t{tm.tm_min} * 60 + tm.tm_sec - offset);
+  // The fields must also have a local time, and they stand for that instant in local time.
+  tm.tm_isdst = -1;
+  if (std::mktime(&tm) == static_cast<std::time_t>(-1)) return invalid;
+  Date d = fromLocal(instant);
   d.zoneOffset = static_cast<std::int32_t>(offset);
   return d;
 }

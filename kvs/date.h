@@ -31,9 +31,6 @@ struct Date {
   [[nodiscard]] static Date parse(std::string_view text);
 };
 
-// Name tables shared by the formatter and the parser.
-[[nodiscard]] const char* weekdayName(int index);  // 0-13: short forms, then full forms
-[[nodiscard]] const char* monthName(int index);    // 0-23: short forms, then full forms
 // Zone name to offset in seconds from GMT; false for a name not in the table.
 [[nodiscard]] bool zoneOffset(std::string_view name, std::int32_t& offset);
 
