@@ -16,29 +16,18 @@ std::string hex(std::string_view bytes) {
 }
 
 std::string escapeString(std::string_view text) {
+  // The escaped bytes, and the letter that follows the backslash for each; CR is dropped.
+  static constexpr std::string_view kEscaped("\\\n\t\"\0", 5);
+  static constexpr std::string_view kLetters = "\\et\"0";
   std::string out;
   out.reserve(text.size() + 8);
   for (char ch : text) {
-    switch (ch) {
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\r':
-        break;
-      case '\n':
-        out += "\\e";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      case '"':
-        out += "\\\"";
-        break;
-      case '\0':
-        out += "\\0";
-        break;
-      default:
-        out.push_back(ch);
+    const std::size_t k = kEscaped.find(ch);
+    if (k != std::string_view::npos) {
+      out.push_back('\\');
+      out.push_back(kLetters[k]);
+    } else if (ch != '\r') {
+      out.push_back(ch);
     }
   }
   return out;
