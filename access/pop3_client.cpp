@@ -60,7 +60,7 @@ void client::require(State wanted) const {
 
 // One status line. The server may split it over several receives, so this reads until a line
 // end has come; whatever follows the line (a message's first lines) is kept for RETR.
-bool client::readStatus(bool quitOnFailure) {
+bool client::readStatus(bool quitOnFailure, std::string* line) {
   std::string text = std::move(pending_);
   pending_.clear();
   std::string chunk;
@@ -75,7 +75,10 @@ bool client::readStatus(bool quitOnFailure) {
   }
   const std::size_t end = text.find('\n');
   pending_ = text.substr(end + 1);
-  lastResponse_ = trimBlanks(std::string_view(text).substr(0, end));
+  text.resize(end);
+  if (!text.empty() && text.back() == '\r') text.pop_back();
+  lastResponse_ = trimBlanks(text);
+  if (line != nullptr) *line = std::move(text);
   if (lastResponse_.compare(0, 3, "+OK") == 0) return true;
   if (quitOnFailure) quit();
   return false;
@@ -139,12 +142,17 @@ std::uint32_t client::count(std::uint64_t* totalSize) {
 void client::retrieve(std::uint32_t number, std::ostream& out) {
   require(kTransaction);
   socket_.sendLine("RETR " + std::to_string(number), true, true);
-  if (!readStatus(false)) throw InvalidServerResponseException(lastResponse_);
+  std::string status;
+  if (!readStatus(false, &status)) throw InvalidServerResponseException(lastResponse_);
   RetrieveReader reader;
+  // A lone CR ends the status line as it ends a message line: what follows it is the message.
+  const std::size_t cr = status.find('\r');
+  if (cr != std::string::npos) reader.feed(status.substr(cr + 1) + "\r\n", out);
+  const bool endedInStatus = reader.ended();
   std::string chunk = std::move(pending_);
   pending_.clear();
   while (!reader.feed(chunk, out)) socket_.receiveChunk(chunk, true);
-  pending_ = reader.rest();
+  pending_ = endedInStatus ? reader.rest() + chunk : reader.rest();
   dropLineFeed_ = reader.lineFeedMayFollow();
 }
 

@@ -42,9 +42,9 @@ class client : private noncopyable {
   [[nodiscard]] const std::string& greeting() const { return greeting_; }
 
  private:
-  // Reads one status line into lastResponse_; true for "+OK". On failure with `quitOnFailure`
-  // the session is ended (QUIT, close).
-  bool readStatus(bool quitOnFailure);
+  // Reads one status line into lastResponse_ (and, untrimmed, into `line`); true for "+OK". On
+  // failure with `quitOnFailure` the session is ended (QUIT, close).
+  bool readStatus(bool quitOnFailure, std::string* line = nullptr);
   void require(State wanted) const;
   void quit();
 

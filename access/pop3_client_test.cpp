@@ -69,6 +69,37 @@ TEST(Pop3Client, FinalLineEndSplitAcrossReceives) {
             (std::vector<std::string>{"USER alice", "PASS secret", "RETR 1", "DELE 1", "QUIT"}));
 }
 
+// The status line of RETR ends like every message line: at CR LF, a lone CR or a lone LF.
+// What follows a lone CR in the same receive is already the message.
+TEST(Pop3Client, RetrieveStatusLineEndsAtAnyLineEnd) {
+  struct Case {
+    const char* answer;
+    const char* stored;
+  } cases[] = {
+      {"+OK msg\rline1\r\nline2\r\n.\r\n", "line1\nline2\n"},
+      {"+OK msg\r\r\nline2\r\n.\r\n", "\nline2\n"},
+      {"+OK msg\r..dot\rlast\n.\r\n", ".dot\nlast\n"},
+      {"+OK msg\n.\r\n", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.answer);
+    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                           send("+OK\r\n"), receive(), send(c.answer), receive(),
+                           send("+OK deleted\r\n"), receive(), send("+OK bye\r\n")});
+    client pop;
+    pop.setTimeouts(5000, 0);
+    pop.connect("127.0.0.1", server.port());
+    pop.login("a", "b");
+    std::ostringstream message;
+    pop.retrieve(1, message);
+    EXPECT_EQ(message.str(), c.stored);
+    EXPECT_TRUE(pop.remove(1));
+    pop.close();
+    EXPECT_EQ(server.finish(),
+              (std::vector<std::string>{"USER a", "PASS b", "RETR 1", "DELE 1", "QUIT"}));
+  }
+}
+
 TEST(Pop3Client, ApopUsesTheGreetingStamp) {
   ScriptedServer server({send("+OK ready <1896.697170952@dbc.mtview.ca.us>\r\n"), receive(),
                          send("+OK\r\n"), receive(), send("+OK bye\r\n")});
