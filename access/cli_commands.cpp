@@ -40,13 +40,8 @@ class Line {
     text_ += value;
     return *this;
   }
-  // A name between quotes that may be empty: "" is the server's unnamed skin, or an empty list.
-  Line& quoted(const std::string& value) {
-    text_ += " \"";
-    text_ += value;
-    text_ += '"';
-    return *this;
-  }
+  // A required name between quotes, after a blank.
+  Line& quoted(const std::string& value) { return word(" \"").name(value).word("\""); }
   // keyword + name, only when the name is given.
   Line& optionalAfter(std::string_view keyword, const std::string& value) {
     if (!value.empty()) {
@@ -349,7 +344,7 @@ Line& skinOf(Line& line, const std::string* domain, const std::string& skin) {
 std::string renameSkin(const char* command, const std::string* domain, const std::string& oldSkin,
                        const std::string& newSkin) {
   Line line(command);
-  return skinOf(line, domain, oldSkin).word(" INTO \"").word(newSkin).word("\"").str();
+  return skinOf(line, domain, oldSkin).word(" INTO \"").name(newSkin).word("\"").str();
 }
 
 std::string skinFile(const char* command, const std::string* domain, const std::string& skin,
@@ -362,7 +357,7 @@ std::string storeSkinFile(const char* command, const std::string* domain, const 
                           const std::string& file, const std::string& data) {
   Line line(command);
   skinOf(line, domain, skin).word(" FILE \"").name(file);
-  return line.word("\" DATA \"").word(data).word("\"").str();
+  return line.word("\" DATA \"").name(data).word("\"").str();
 }
 
 // Deleting a skin file is a store with DELETE where the data would go.

@@ -294,7 +294,7 @@ const std::vector<Row>& rows() {
        "SetClientIPs \"192.168.0.0-192.168.0.255\""},
       {"SetLANIPs", false, V(SetLANIPs("10.0.0.0-10.255.255.255")),
        "SetLANIPs \"10.0.0.0-10.255.255.255\""},
-      {"SetWhiteHoleIPs", false, V(SetWhiteHoleIPs("")), "SetWhiteHoleIPs \"\""},
+      {"SetWhiteHoleIPs", false, V(SetWhiteHoleIPs("1.2.3.4")), "SetWhiteHoleIPs \"1.2.3.4\""},
       {"SetClusterBlacklistedIPs", false, V(SetClusterBlacklistedIPs("1.2.3.4")),
        "SetClusterBlacklistedIPs \"1.2.3.4\""},
       {"SetClusterClientIPs", false, V(SetClusterClientIPs("1.2.3.4")),
@@ -319,7 +319,7 @@ const std::vector<Row>& rows() {
        "RenameDomainSkin d.com SKIN \"Blue\" INTO \"Red\""},
       {"ListClusterSkinFiles", true, D(ListClusterSkinFiles("Blue")),
        "ListClusterSkinFiles \"Blue\""},
-      {"ListServerSkinFiles", true, D(ListServerSkinFiles("")), "ListServerSkinFiles \"\""},
+      {"ListServerSkinFiles", true, D(ListServerSkinFiles("Blue")), "ListServerSkinFiles \"Blue\""},
       {"ListDomainSkinFiles", true, D(ListDomainSkinFiles("d.com", "Blue")),
        "ListDomainSkinFiles d.com SKIN \"Blue\""},
       {"ReadClusterSkinFile", true, D(ReadClusterSkinFile("Blue", "logo.gif")),
@@ -500,6 +500,14 @@ TEST(CliCommands, BadArgumentsAreRefusedBeforeSending) {
       [](CLISession& s) { s.SetPostingMode("l@d.com", "s@e.org", ""); },
       [](CLISession& s) { s.List("l@d.com", "", "s@e.org"); },
       [](CLISession& s) { s.WriteLog(1, ""); },
+      // Quoted names are required too: skins, address lists, rename targets, stored data.
+      [](CLISession& s) { s.CreateServerSkin(""); },
+      [](CLISession& s) { s.RenameServerSkin("o", ""); },
+      [](CLISession& s) { s.SetBlacklistedIPs(""); },
+      [](CLISession& s) { s.ListServerSkinFiles(""); },
+      [](CLISession& s) { s.CreateDomainSkin("d", ""); },
+      [](CLISession& s) { s.ReadServerSkinFile("", "f"); },
+      [](CLISession& s) { s.StoreServerSkinFile("sk", "f", ""); },
   };
   ScriptedServer server({send("200 ready\r\n"), receive(), send("200 OK\r\n"), receive(),
                          send("200 OK\r\n"), receive(), send("200 OK\r\n")});
