@@ -117,11 +117,11 @@ std::string CLISession::describe(const kvs::Exception& error) {
   if (dynamic_cast<const kvs::ConnectionResetException*>(&error)) {
     return "Connection with the server has reset";
   }
-  if (dynamic_cast<const CLIException*>(&error))
+  if (dynamic_cast<const CLIException*>(&error)) {
     return "CLI module reported: " + error.getMessage();
-  if (dynamic_cast<const kvs::ProtocolException*>(&error) && !error.getMessage().empty()) {
-    return error.getMessage();
   }
+  // A refused login's text begins with "Invalid username or password".
+  if (dynamic_cast<const kvs::InvalidLoginException*>(&error)) return error.getMessage();
   return "Unhandled error";
 }
 
