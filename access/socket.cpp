@@ -52,6 +52,13 @@ bool fitsInSet(native_t) {
   return true;
 }
 
+// The classic dotted-address conversion; the address comes in network order.
+bool convertDotted(const char* text, std::uint32_t& ip) {
+  ip = ::inet_addr(text);
+  // inet_addr has no failure value of its own: the broadcast address reads as one.
+  return ip != INADDR_NONE || std::strcmp(text, "255.255.255.255") == 0;
+}
+
 bool startLibrary() {
   WSADATA data;
   return ::WSAStartup(257, &data) == 0;  // version 1.1
@@ -86,6 +93,13 @@ bool fitsInSet(native_t s) {
   return s >= 0 && s < FD_SETSIZE;
 }
 
+bool convertDotted(const char* text, std::uint32_t& ip) {
+  in_addr converted;
+  if (::inet_aton(text, &converted) == 0) return false;
+  ip = converted.s_addr;
+  return true;
+}
+
 bool startLibrary() {
   return true;
 }
@@ -113,29 +127,13 @@ sockaddr_in toNative(const address& a) {
   return sa;
 }
 
-// Strict dotted quad: four decimal parts of 0-255, nothing else. Host byte order.
-bool parseDotted(std::string_view text, std::uint32_t& out) {
-  std::uint32_t value = 0;
-  int parts = 0;
-  std::size_t i = 0;
-  while (parts < 4) {
-    std::size_t digits = 0;
-    std::uint32_t part = 0;
-    while (i < text.size() && kvs::isDigit(static_cast<unsigned char>(text[i])) && digits < 4) {
-      part = part * 10 + static_cast<std::uint32_t>(text[i] - '0');
-      ++i;
-      ++digits;
-    }
-    if (digits == 0 || digits > 3 || part > 255) return false;
-    value = (value << 8) | part;
-    if (++parts < 4) {
-      if (i >= text.size() || text[i] != '.') return false;
-      ++i;
-    }
-  }
-  if (i != text.size()) return false;
-  out = value;
-  return true;
+// A name's last part never begins with a digit, so a host whose last part does (or that is
+// nothing but digits and dots) is meant as a dotted address and is never looked up.
+bool meantAsAddress(std::string_view host) {
+  const std::size_t dot = host.rfind('.');
+  const std::string_view last = dot == std::string_view::npos ? host : host.substr(dot + 1);
+  return host.find_first_not_of("0123456789.") == std::string_view::npos ||
+         (!last.empty() && kvs::isDigit(static_cast<unsigned char>(last[0])));
 }
 
 timeval toTimeval(std::uint32_t milliseconds) {
@@ -173,11 +171,11 @@ void cleanup() {
 address makeAddress(const std::string& host, std::uint16_t port) {
   // The two spellings are the library's own: the capital one for a missing host.
   if (host.empty()) throw kvs::UnableToResolveAddressException("Invalid IP Address");
-  std::uint32_t ip = 0;
-  if (!parseDotted(host, ip)) throw kvs::UnableToResolveAddressException("Invalid IP address");
   address a;
+  if (!convertDotted(host.c_str(), a.ip)) {
+    throw kvs::UnableToResolveAddressException("Invalid IP address");
+  }
   a.port = htons(port);
-  a.ip = htonl(ip);
   return a;
 }
 
@@ -212,8 +210,7 @@ ptr<host_entry> resolve(const std::string& name) {
 }
 
 address resolveAddress(const std::string& host, std::uint16_t port) {
-  std::uint32_t ip = 0;
-  if (host.empty() || parseDotted(host, ip)) return makeAddress(host, port);
+  if (host.empty() || meantAsAddress(host)) return makeAddress(host, port);
   const ptr<host_entry> entry = resolve(host);
   address a;
   a.port = htons(port);

@@ -39,16 +39,18 @@ bool startup(bool throwOnError = false);
 // Undoes startup() if it succeeded; the next startup() starts the library again.
 void cleanup();
 
-// The endpoint host:port without any name lookup. The host must be a dotted IPv4 address;
-// anything else throws kvs::UnableToResolveAddressException ("Invalid IP address", or
-// "Invalid IP Address" for an empty host).
+// The endpoint host:port without any name lookup. The host must be a dotted IPv4 address in
+// the classic forms ("127.1", octal "010.0.0.1", hexadecimal "0x7f.1"); anything else throws
+// kvs::UnableToResolveAddressException ("Invalid IP address", or "Invalid IP Address" for an
+// empty host).
 [[nodiscard]] address makeAddress(const std::string& host, std::uint16_t port);
 
 // Looks a host name up with the platform resolver, IPv4 only. Throws
 // kvs::UnableToResolveAddressException when nothing resolves.
 [[nodiscard]] ptr<host_entry> resolve(const std::string& name);
 
-// makeAddress for a dotted address, else the first address that resolve() finds.
+// makeAddress for a host meant as a dotted address (its last part begins with a digit), else
+// the first address that resolve() finds.
 [[nodiscard]] address resolveAddress(const std::string& host, std::uint16_t port);
 
 class socket;
