@@ -106,16 +106,26 @@ bool startLibrary() {
 void stopLibrary() {}
 #endif
 
-// The library is started once per process; the guard's destructor cleans up at exit. The flag
-// is unguarded: the first start happens before threads share sockets.
-bool gStarted = false;
-
 native_t nativeOf(handle_t h) {
   return static_cast<native_t>(h);
 }
 
-struct LibraryGuard {
-  ~LibraryGuard() { cleanup(); }
+// The platform's socket library for the whole process: started by the first start() that
+// succeeds, stopped when the process ends. Unguarded: the first start happens before threads
+// share sockets.
+class Library {
+ public:
+  static bool start() {
+    static Library library;
+    if (!library.started_) library.started_ = startLibrary();
+    return library.started_;
+  }
+  ~Library() {
+    if (started_) stopLibrary();
+  }
+
+ private:
+  bool started_ = false;
 };
 
 sockaddr_in toNative(const address& a) {
@@ -152,20 +162,9 @@ wait_time waitTime(std::uint32_t milliseconds) {
 }
 
 bool startup(bool throwOnError) {
-  if (gStarted) return true;
-  if (!startLibrary()) {
-    if (throwOnError) throw kvs::SocketException();
-    return false;
-  }
-  gStarted = true;
-  static LibraryGuard guard;
-  return true;
-}
-
-void cleanup() {
-  if (!gStarted) return;
-  stopLibrary();
-  gStarted = false;
+  if (Library::start()) return true;
+  if (throwOnError) throw kvs::SocketException();
+  return false;
 }
 
 address makeAddress(const std::string& host, std::uint16_t port) {

@@ -33,11 +33,10 @@ struct host_entry {
   std::vector<std::uint32_t> addresses;
 };
 
-// Starts the platform's socket library once per process (Winsock 1.1; nothing on POSIX).
-// A failure throws kvs::SocketException when asked, else returns false.
+// Starts the platform's socket library once per process (Winsock 1.1; nothing on POSIX); it
+// stops when the process ends. A failure throws kvs::SocketException when asked, else returns
+// false, and the next call tries again.
 bool startup(bool throwOnError = false);
-// Undoes startup() if it succeeded; the next startup() starts the library again.
-void cleanup();
 
 // The endpoint host:port without any name lookup. The host must be a dotted IPv4 address in
 // the classic forms ("127.1", octal "010.0.0.1", hexadecimal "0x7f.1"); anything else throws
