@@ -90,117 +90,96 @@ class Line {
 
 // ---- Rows of the table ----
 
-#define VELMORA_DEFINE_DATA0(N)   \
+#define VELMORA_CLI_DATA0(N)      \
   DataSet CLISession::N() {       \
     return query(Line(#N).str()); \
   }
-#define VELMORA_DEFINE_DO0(N) \
-  void CLISession::N() {      \
-    execute(Line(#N).str());  \
+#define VELMORA_CLI_DO0(N)   \
+  void CLISession::N() {     \
+    execute(Line(#N).str()); \
   }
-#define VELMORA_DEFINE_DATA1(N, a)              \
+#define VELMORA_CLI_DATA1(N, a)                 \
   DataSet CLISession::N(const std::string& a) { \
     return query(Line(#N).arg(a).str());        \
   }
-#define VELMORA_DEFINE_DO1(N, a)             \
+#define VELMORA_CLI_DO1(N, a)                \
   void CLISession::N(const std::string& a) { \
     execute(Line(#N).arg(a).str());          \
   }
-#define VELMORA_DEFINE_DATA_OPT(N, a)           \
+#define VELMORA_CLI_DATA_OPT(N, a)              \
   DataSet CLISession::N(const std::string& a) { \
     return query(Line(#N).optional(a).str());   \
   }
-#define VELMORA_DEFINE_DO_OPT(N, a)          \
+#define VELMORA_CLI_DO_OPT(N, a)             \
   void CLISession::N(const std::string& a) { \
     execute(Line(#N).optional(a).str());     \
   }
-#define VELMORA_DEFINE_DATA_KW(N, a, kw, b)                           \
+#define VELMORA_CLI_DATA_KW(N, a, kw, b)                              \
   DataSet CLISession::N(const std::string& a, const std::string& b) { \
     return query(Line(#N).arg(a).word(kw).name(b).str());             \
   }
-#define VELMORA_DEFINE_DATA_KWOPT(N, a, kw, b)                        \
+#define VELMORA_CLI_DATA_KWOPT(N, a, kw, b)                           \
   DataSet CLISession::N(const std::string& a, const std::string& b) { \
     return query(Line(#N).arg(a).optionalAfter(kw, b).str());         \
   }
-#define VELMORA_DEFINE_DO_KW(N, a, kw, b)                          \
+#define VELMORA_CLI_DO_KW(N, a, kw, b)                             \
   void CLISession::N(const std::string& a, const std::string& b) { \
     execute(Line(#N).arg(a).word(kw).name(b).str());               \
   }
-#define VELMORA_DEFINE_DO_KWOPT(N, a, kw, b)                       \
+#define VELMORA_CLI_DO_KWOPT(N, a, kw, b)                          \
   void CLISession::N(const std::string& a, const std::string& b) { \
     execute(Line(#N).arg(a).optionalAfter(kw, b).str());           \
   }
-#define VELMORA_DEFINE_DO_DICT(N)                          \
+#define VELMORA_CLI_DO_DICT(N)                             \
   void CLISession::N(const DataSet& v) {                   \
     execute(Line(#N).value(v, DataSet::Dictionary).str()); \
   }
-#define VELMORA_DEFINE_DO_ARRAY(N)                    \
+#define VELMORA_CLI_DO_ARRAY(N)                       \
   void CLISession::N(const DataSet& v) {              \
     execute(Line(#N).value(v, DataSet::Array).str()); \
   }
-#define VELMORA_DEFINE_DO1_DICT(N, a)                             \
+#define VELMORA_CLI_DO1_DICT(N, a)                                \
   void CLISession::N(const std::string& a, const DataSet& v) {    \
     execute(Line(#N).arg(a).value(v, DataSet::Dictionary).str()); \
   }
-#define VELMORA_DEFINE_DO_OPT_DICT(N, a)                               \
+#define VELMORA_CLI_DO_OPT_DICT(N, a)                                  \
   void CLISession::N(const std::string& a, const DataSet& v) {         \
     execute(Line(#N).optional(a).value(v, DataSet::Dictionary).str()); \
   }
-#define VELMORA_DEFINE_DO1_ARRAY(N, a)                         \
+#define VELMORA_CLI_DO1_ARRAY(N, a)                            \
   void CLISession::N(const std::string& a, const DataSet& v) { \
     execute(Line(#N).arg(a).value(v, DataSet::Array).str());   \
   }
-#define VELMORA_DEFINE_DO1_DICTOPT(N, a)                                  \
+#define VELMORA_CLI_DO1_DICTOPT(N, a)                                     \
   void CLISession::N(const std::string& a, const DataSet& v) {            \
     execute(Line(#N).arg(a).optionalValue(v, DataSet::Dictionary).str()); \
   }
-#define VELMORA_DEFINE_DO_TEXT(N, a)         \
+#define VELMORA_CLI_DO_TEXT(N, a)            \
   void CLISession::N(const std::string& a) { \
     execute(Line(#N).text(a).str());         \
   }
-#define VELMORA_DEFINE_DO1_TEXT(N, a, kw, b)                       \
+#define VELMORA_CLI_DO1_TEXT(N, a, kw, b)                          \
   void CLISession::N(const std::string& a, const std::string& b) { \
     execute(Line(#N).arg(a).word(kw).text(b, true).str());         \
   }
-#define VELMORA_DEFINE_DO_QUOTED(N, a)       \
+#define VELMORA_CLI_DO_QUOTED(N, a)          \
   void CLISession::N(const std::string& a) { \
     execute(Line(#N).quoted(a).str());       \
   }
-#define VELMORA_DEFINE_DATA_QUOTED(N, a)        \
+#define VELMORA_CLI_DATA_QUOTED(N, a)           \
   DataSet CLISession::N(const std::string& a) { \
     return query(Line(#N).quoted(a).str());     \
   }
-#define VELMORA_DEFINE_DO_SKIN(N, a)                                    \
+#define VELMORA_CLI_DO_SKIN(N, a)                                       \
   void CLISession::N(const std::string& domain, const std::string& a) { \
     execute(Line(#N).arg(domain).word(" SKIN").quoted(a).str());        \
   }
-#define VELMORA_DEFINE_DATA_SKIN(N, a)                                     \
+#define VELMORA_CLI_DATA_SKIN(N, a)                                        \
   DataSet CLISession::N(const std::string& domain, const std::string& a) { \
     return query(Line(#N).arg(domain).word(" SKIN").quoted(a).str());      \
   }
 
-VELMORA_CLI_DATA0(VELMORA_DEFINE_DATA0)
-VELMORA_CLI_DO0(VELMORA_DEFINE_DO0)
-VELMORA_CLI_DATA1(VELMORA_DEFINE_DATA1)
-VELMORA_CLI_DO1(VELMORA_DEFINE_DO1)
-VELMORA_CLI_DATA_OPT(VELMORA_DEFINE_DATA_OPT)
-VELMORA_CLI_DO_OPT(VELMORA_DEFINE_DO_OPT)
-VELMORA_CLI_DATA_KW(VELMORA_DEFINE_DATA_KW)
-VELMORA_CLI_DATA_KWOPT(VELMORA_DEFINE_DATA_KWOPT)
-VELMORA_CLI_DO_KW(VELMORA_DEFINE_DO_KW)
-VELMORA_CLI_DO_KWOPT(VELMORA_DEFINE_DO_KWOPT)
-VELMORA_CLI_DO_DICT(VELMORA_DEFINE_DO_DICT)
-VELMORA_CLI_DO_ARRAY(VELMORA_DEFINE_DO_ARRAY)
-VELMORA_CLI_DO1_DICT(VELMORA_DEFINE_DO1_DICT)
-VELMORA_CLI_DO_OPT_DICT(VELMORA_DEFINE_DO_OPT_DICT)
-VELMORA_CLI_DO1_ARRAY(VELMORA_DEFINE_DO1_ARRAY)
-VELMORA_CLI_DO1_DICTOPT(VELMORA_DEFINE_DO1_DICTOPT)
-VELMORA_CLI_DO_TEXT(VELMORA_DEFINE_DO_TEXT)
-VELMORA_CLI_DO1_TEXT(VELMORA_DEFINE_DO1_TEXT)
-VELMORA_CLI_DO_QUOTED(VELMORA_DEFINE_DO_QUOTED)
-VELMORA_CLI_DATA_QUOTED(VELMORA_DEFINE_DATA_QUOTED)
-VELMORA_CLI_DO_SKIN(VELMORA_DEFINE_DO_SKIN)
-VELMORA_CLI_DATA_SKIN(VELMORA_DEFINE_DATA_SKIN)
+#include "access/cli_commands.inc"
 
 // ---- Commands with a line of their own ----
 
@@ -504,33 +483,32 @@ const std::vector<CLISession::CommandInfo>& CLISession::commands() {
     std::vector<CommandInfo> list;
 #define VELMORA_DATA_ROW(N, ...) list.push_back({#N, true});
 #define VELMORA_DO_ROW(N, ...) list.push_back({#N, false});
-#define VELMORA_IRREGULAR_ROW(N, data) list.push_back({#N, data != 0});
-    VELMORA_CLI_DATA0(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO0(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA1(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO1(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_OPT(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO_OPT(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_KW(VELMORA_DATA_ROW)
-    VELMORA_CLI_DATA_KWOPT(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO_KW(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_KWOPT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_DICT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_ARRAY(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_DICT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_OPT_DICT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_ARRAY(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_DICTOPT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_TEXT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_TEXT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_QUOTED(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_QUOTED(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO_SKIN(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_SKIN(VELMORA_DATA_ROW)
-    VELMORA_CLI_IRREGULAR(VELMORA_IRREGULAR_ROW)
+#define VELMORA_CLI_DATA0 VELMORA_DATA_ROW
+#define VELMORA_CLI_DO0 VELMORA_DO_ROW
+#define VELMORA_CLI_DATA1 VELMORA_DATA_ROW
+#define VELMORA_CLI_DO1 VELMORA_DO_ROW
+#define VELMORA_CLI_DATA_OPT VELMORA_DATA_ROW
+#define VELMORA_CLI_DO_OPT VELMORA_DO_ROW
+#define VELMORA_CLI_DATA_KW VELMORA_DATA_ROW
+#define VELMORA_CLI_DATA_KWOPT VELMORA_DATA_ROW
+#define VELMORA_CLI_DO_KW VELMORA_DO_ROW
+#define VELMORA_CLI_DO_KWOPT VELMORA_DO_ROW
+#define VELMORA_CLI_DO_DICT VELMORA_DO_ROW
+#define VELMORA_CLI_DO_ARRAY VELMORA_DO_ROW
+#define VELMORA_CLI_DO1_DICT VELMORA_DO_ROW
+#define VELMORA_CLI_DO_OPT_DICT VELMORA_DO_ROW
+#define VELMORA_CLI_DO1_ARRAY VELMORA_DO_ROW
+#define VELMORA_CLI_DO1_DICTOPT VELMORA_DO_ROW
+#define VELMORA_CLI_DO_TEXT VELMORA_DO_ROW
+#define VELMORA_CLI_DO1_TEXT VELMORA_DO_ROW
+#define VELMORA_CLI_DO_QUOTED VELMORA_DO_ROW
+#define VELMORA_CLI_DATA_QUOTED VELMORA_DATA_ROW
+#define VELMORA_CLI_DO_SKIN VELMORA_DO_ROW
+#define VELMORA_CLI_DATA_SKIN VELMORA_DATA_ROW
+#define VELMORA_CLI_IRREGULAR(N, data) list.push_back({#N, data != 0});
+#include "access/cli_commands.inc"
 #undef VELMORA_DATA_ROW
 #undef VELMORA_DO_ROW
-#undef VELMORA_IRREGULAR_ROW
     return list;
   }();
   return all;

@@ -82,71 +82,33 @@ class CLISession : public kvs::sock::socket {
   [[nodiscard]] const std::string& lastStatus() const { return lastStatus_; }
   [[nodiscard]] const std::string& lastData() const { return lastData_; }
 
-  // ---- The command set (table in access/cli_commands.inc) ----
-#define VELMORA_DECLARE_DATA0(N) DataSet N();
-#define VELMORA_DECLARE_DO0(N) void N();
-#define VELMORA_DECLARE_DATA1(N, a) DataSet N(const std::string& a);
-#define VELMORA_DECLARE_DO1(N, a) void N(const std::string& a);
-#define VELMORA_DECLARE_DATA_OPT(N, a) DataSet N(const std::string& a = std::string());
-#define VELMORA_DECLARE_DO_OPT(N, a) void N(const std::string& a = std::string());
-#define VELMORA_DECLARE_DATA_KW(N, a, kw, b) DataSet N(const std::string& a, const std::string& b);
-#define VELMORA_DECLARE_DATA_KWOPT(N, a, kw, b) \
+  // ---- The command set (rows in access/cli_commands.inc) ----
+#define VELMORA_CLI_DATA0(N) DataSet N();
+#define VELMORA_CLI_DO0(N) void N();
+#define VELMORA_CLI_DATA1(N, a) DataSet N(const std::string& a);
+#define VELMORA_CLI_DO1(N, a) void N(const std::string& a);
+#define VELMORA_CLI_DATA_OPT(N, a) DataSet N(const std::string& a = std::string());
+#define VELMORA_CLI_DO_OPT(N, a) void N(const std::string& a = std::string());
+#define VELMORA_CLI_DATA_KW(N, a, kw, b) DataSet N(const std::string& a, const std::string& b);
+#define VELMORA_CLI_DATA_KWOPT(N, a, kw, b) \
   DataSet N(const std::string& a, const std::string& b = std::string());
-#define VELMORA_DECLARE_DO_KW(N, a, kw, b) void N(const std::string& a, const std::string& b);
-#define VELMORA_DECLARE_DO_KWOPT(N, a, kw, b) \
+#define VELMORA_CLI_DO_KW(N, a, kw, b) void N(const std::string& a, const std::string& b);
+#define VELMORA_CLI_DO_KWOPT(N, a, kw, b) \
   void N(const std::string& a, const std::string& b = std::string());
-#define VELMORA_DECLARE_DO_VALUE(N) void N(const DataSet& value);
-#define VELMORA_DECLARE_DO1_VALUE(N, a) void N(const std::string& a, const DataSet& value);
-#define VELMORA_DECLARE_DO1_DICTOPT(N, a) \
+#define VELMORA_CLI_DO_DICT(N) void N(const DataSet& value);
+#define VELMORA_CLI_DO_ARRAY(N) void N(const DataSet& value);
+#define VELMORA_CLI_DO1_DICT(N, a) void N(const std::string& a, const DataSet& value);
+#define VELMORA_CLI_DO_OPT_DICT(N, a) void N(const std::string& a, const DataSet& value);
+#define VELMORA_CLI_DO1_ARRAY(N, a) void N(const std::string& a, const DataSet& value);
+#define VELMORA_CLI_DO1_DICTOPT(N, a) \
   void N(const std::string& a, const DataSet& settings = DataSet());
-#define VELMORA_DECLARE_DO_TEXT(N, a) void N(const std::string& a);
-#define VELMORA_DECLARE_DO1_TEXT(N, a, kw, b) void N(const std::string& a, const std::string& b);
-#define VELMORA_DECLARE_DO_QUOTED(N, a) void N(const std::string& a);
-#define VELMORA_DECLARE_DATA_QUOTED(N, a) DataSet N(const std::string& a);
-#define VELMORA_DECLARE_DO_SKIN(N, a) void N(const std::string& domain, const std::string& a);
-#define VELMORA_DECLARE_DATA_SKIN(N, a) DataSet N(const std::string& domain, const std::string& a);
+#define VELMORA_CLI_DO_TEXT(N, a) void N(const std::string& a);
+#define VELMORA_CLI_DO1_TEXT(N, a, kw, b) void N(const std::string& a, const std::string& b);
+#define VELMORA_CLI_DO_QUOTED(N, a) void N(const std::string& a);
+#define VELMORA_CLI_DATA_QUOTED(N, a) DataSet N(const std::string& a);
+#define VELMORA_CLI_DO_SKIN(N, a) void N(const std::string& domain, const std::string& a);
+#define VELMORA_CLI_DATA_SKIN(N, a) DataSet N(const std::string& domain, const std::string& a);
 #include "access/cli_commands.inc"
-  VELMORA_CLI_DATA0(VELMORA_DECLARE_DATA0)
-  VELMORA_CLI_DO0(VELMORA_DECLARE_DO0)
-  VELMORA_CLI_DATA1(VELMORA_DECLARE_DATA1)
-  VELMORA_CLI_DO1(VELMORA_DECLARE_DO1)
-  VELMORA_CLI_DATA_OPT(VELMORA_DECLARE_DATA_OPT)
-  VELMORA_CLI_DO_OPT(VELMORA_DECLARE_DO_OPT)
-  VELMORA_CLI_DATA_KW(VELMORA_DECLARE_DATA_KW)
-  VELMORA_CLI_DATA_KWOPT(VELMORA_DECLARE_DATA_KWOPT)
-  VELMORA_CLI_DO_KW(VELMORA_DECLARE_DO_KW)
-  VELMORA_CLI_DO_KWOPT(VELMORA_DECLARE_DO_KWOPT)
-  VELMORA_CLI_DO_DICT(VELMORA_DECLARE_DO_VALUE)
-  VELMORA_CLI_DO_ARRAY(VELMORA_DECLARE_DO_VALUE)
-  VELMORA_CLI_DO1_DICT(VELMORA_DECLARE_DO1_VALUE)
-  VELMORA_CLI_DO_OPT_DICT(VELMORA_DECLARE_DO1_VALUE)
-  VELMORA_CLI_DO1_ARRAY(VELMORA_DECLARE_DO1_VALUE)
-  VELMORA_CLI_DO1_DICTOPT(VELMORA_DECLARE_DO1_DICTOPT)
-  VELMORA_CLI_DO_TEXT(VELMORA_DECLARE_DO_TEXT)
-  VELMORA_CLI_DO1_TEXT(VELMORA_DECLARE_DO1_TEXT)
-  VELMORA_CLI_DO_QUOTED(VELMORA_DECLARE_DO_QUOTED)
-  VELMORA_CLI_DATA_QUOTED(VELMORA_DECLARE_DATA_QUOTED)
-  VELMORA_CLI_DO_SKIN(VELMORA_DECLARE_DO_SKIN)
-  VELMORA_CLI_DATA_SKIN(VELMORA_DECLARE_DATA_SKIN)
-#undef VELMORA_DECLARE_DATA0
-#undef VELMORA_DECLARE_DO0
-#undef VELMORA_DECLARE_DATA1
-#undef VELMORA_DECLARE_DO1
-#undef VELMORA_DECLARE_DATA_OPT
-#undef VELMORA_DECLARE_DO_OPT
-#undef VELMORA_DECLARE_DATA_KW
-#undef VELMORA_DECLARE_DATA_KWOPT
-#undef VELMORA_DECLARE_DO_KW
-#undef VELMORA_DECLARE_DO_KWOPT
-#undef VELMORA_DECLARE_DO_VALUE
-#undef VELMORA_DECLARE_DO1_VALUE
-#undef VELMORA_DECLARE_DO1_DICTOPT
-#undef VELMORA_DECLARE_DO_TEXT
-#undef VELMORA_DECLARE_DO1_TEXT
-#undef VELMORA_DECLARE_DO_QUOTED
-#undef VELMORA_DECLARE_DATA_QUOTED
-#undef VELMORA_DECLARE_DO_SKIN
-#undef VELMORA_DECLARE_DATA_SKIN
 
   // The commands with a line of their own. An empty acting account (`auth`) adds no AUTH part.
   void CreateAccount(const std::string& account, const DataSet& settings = DataSet(),
