@@ -42,11 +42,13 @@ class Line {
   }
   // A required name between quotes, after a blank.
   Line& quoted(const std::string& value) { return word(" \"").name(value).word("\""); }
-  // keyword + name, only when the name is given.
-  Line& optionalAfter(std::string_view keyword, const std::string& value) {
+  // keyword + name (+ closing text), only when the name is given.
+  Line& optionalAfter(std::string_view keyword, const std::string& value,
+                      std::string_view close = {}) {
     if (!value.empty()) {
       text_ += keyword;
       text_ += value;
+      text_ += close;
     }
     return *this;
   }
@@ -262,17 +264,15 @@ void CLISession::UpdateMailboxInfo(const std::string& account, const std::string
 
 DataSet CLISession::ListMailboxes(const std::string& account, const std::string& filter,
                                   const std::string& auth) {
-  Line line("ListMailboxes");
-  line.arg(account);
-  if (!filter.empty()) line.word(" FILTER \"").word(filter).word("\"");
-  return query(line.auth(auth).str());
+  return query(Line("ListMailboxes")
+                   .arg(account)
+                   .optionalAfter(" FILTER \"", filter, "\"")
+                   .auth(auth)
+                   .str());
 }
 
 DataSet CLISession::ListSubscribers(const std::string& list, const std::string& filter) {
-  Line line("ListSubscribers");
-  line.arg(list);
-  if (!filter.empty()) line.word(" FILTER \"").word(filter).word("\"");
-  return query(line.str());
+  return query(Line("ListSubscribers").arg(list).optionalAfter(" FILTER \"", filter, "\"").str());
 }
 
 // The flags follow the subscriber, in the order the command table of this library gives.
@@ -307,10 +307,12 @@ void CLISession::DeleteDomain(const std::string& domain, bool force) {
 
 DataSet CLISession::CreateWebUserSession(const std::string& account, const std::string& ipAddress,
                                          const std::string& skin) {
-  Line line("CreateWebUserSession");
-  line.arg(account).word(" ADDRESS ").name(ipAddress);
-  if (!skin.empty()) line.word(" SKIN \"").word(skin).word("\"");
-  return query(line.str());
+  return query(Line("CreateWebUserSession")
+                   .arg(account)
+                   .word(" ADDRESS ")
+                   .name(ipAddress)
+                   .optionalAfter(" SKIN \"", skin, "\"")
+                   .str());
 }
 
 namespace {
@@ -459,10 +461,7 @@ void CLISession::RenameWebFile(const std::string& account, const std::string& ol
 }
 
 DataSet CLISession::ListWebFiles(const std::string& account, const std::string& path) {
-  Line line("ListWebFiles");
-  line.arg(account);
-  if (!path.empty()) line.word(" PATH \"").word(path).word("\"");
-  return query(line.str());
+  return query(Line("ListWebFiles").arg(account).optionalAfter(" PATH \"", path, "\"").str());
 }
 
 void CLISession::WriteLog(std::uint32_t level, const std::string& text) {

@@ -197,14 +197,12 @@ class CLISession : public kvs::sock::socket {
   void open(const std::string& host, std::uint16_t port, const std::string& user,
             const std::string& password, std::uint32_t method);
   void login(const std::string& user, const std::string& password, std::uint32_t method);
-  // One answer's raw text: chunks until the text ends with a line feed. Lines that came along
-  // behind the first are kept for the next read.
+  // One answer's raw text, up to and with its line feed.
   std::string readAnswerText();
 
   int lastCode_ = 0;
   std::string lastStatus_;
   std::string lastData_;
-  std::string pending_;
 };
 
 }  // namespace cgp

@@ -52,7 +52,6 @@ class client : private noncopyable {
   std::uint32_t state_ = kClosed;
   std::string lastResponse_;
   std::string greeting_;
-  std::string pending_;        // bytes received behind the last status line
   bool dropLineFeed_ = false;  // the last RETR ended on a CR whose LF has not come yet
 };
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "kvs/exception.h"
+#include "kvs/md5.h"
 #include "kvs/text.h"
 
 #ifdef _WIN32
@@ -165,6 +166,22 @@ bool startup(bool throwOnError) {
   if (Library::start()) return true;
   if (throwOnError) throw kvs::SocketException();
   return false;
+}
+
+std::string trimBlanks(std::string_view line) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = line.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return std::string();
+  return std::string(line.substr(first, line.find_last_not_of(kBlanks) - first + 1));
+}
+
+std::string stampDigest(std::string_view greeting, std::string_view password) {
+  const std::size_t open = greeting.find('<');
+  const std::size_t close = greeting.find('>', open);
+  if (close == std::string_view::npos) return std::string();
+  std::string stamped(greeting.substr(open, close - open + 1));
+  stamped += password;
+  return kvs::md5Hex(stamped);
 }
 
 address makeAddress(const std::string& host, std::uint16_t port) {
@@ -366,6 +383,12 @@ bool socket::sendLine(std::string_view text, bool addCrlf, bool throwOnError) {
 }
 
 bool socket::receiveChunk(std::string& out, bool throwOnError) {
+  // Bytes that the line reader holds came first, so they go first.
+  if (!buffer_.empty()) {
+    out = std::move(buffer_);
+    buffer_.clear();
+    return true;
+  }
   if (!switchMode(receiveTimeout_, throwOnError)) return false;
   if (receiveTimeout_ == 0 || waitReady(receiveTimeout_, false)) {
     char chunk[4096];
@@ -403,30 +426,23 @@ bool socket::peek(std::string& out, std::size_t count, bool throwOnError) {
   return true;
 }
 
-bool socket::receiveLine(std::string& out, bool throwOnError) {
+bool socket::receiveLine(std::string& out, bool throwOnError, bool keepLineEnd) {
   out.clear();
   for (;;) {
     const std::size_t end = buffer_.find('\n');
     if (end != std::string::npos) {
-      out.append(buffer_, 0, end);
+      out.append(buffer_, 0, keepLineEnd ? end + 1 : end);
       buffer_.erase(0, end + 1);
-      if (!out.empty() && out.back() == '\r') out.pop_back();
+      if (!keepLineEnd && out.ends_with('\r')) out.pop_back();
       return true;
     }
     out += buffer_;
     buffer_.clear();
-    if (!switchMode(receiveTimeout_, throwOnError)) {
+    if (!receiveChunk(buffer_, throwOnError)) {
       out.clear();
       return false;
     }
-    if (receiveTimeout_ != 0 && !waitReady(receiveTimeout_, false)) break;
-    char chunk[4096];
-    const auto got = ::recv(nativeOf(handle_), chunk, static_cast<length_t>(sizeof chunk), 0);
-    if (got <= 0) break;
-    buffer_.assign(chunk, static_cast<std::size_t>(got));
   }
-  out.clear();
-  return fail<kvs::ConnectionResetException>(throwOnError);
 }
 
 bool socket::nothingToRead(std::uint32_t milliseconds) {

@@ -52,6 +52,13 @@ bool startup(bool throwOnError = false);
 // the first address that resolve() finds.
 [[nodiscard]] address resolveAddress(const std::string& host, std::uint16_t port);
 
+// For the clients that read their servers' answer lines: the line without the blanks
+// " \t\r\n" at either end, and the digest of a challenge login (MD5 of the greeting's stamp,
+// from its first "<" to the next ">", followed by the password, in lower-case hexadecimal;
+// empty when the greeting has no stamp).
+[[nodiscard]] std::string trimBlanks(std::string_view line);
+[[nodiscard]] std::string stampDigest(std::string_view greeting, std::string_view password);
+
 class socket;
 
 // One entry of a wait on several sockets; `ready` is set when the socket has data.
@@ -85,12 +92,15 @@ class socket : private noncopyable {
   bool acceptConnection(socket& into, address& peer, std::uint32_t receiveTimeout);
 
   bool sendLine(std::string_view text, bool addCrlf = true, bool throwOnError = false);
-  // Up to 4096 bytes, whatever one receive brings; replaces `out`.
+  // Replaces `out` with the bytes the line reader holds, or else with up to 4096 bytes, whatever
+  // one receive brings.
   bool receiveChunk(std::string& out, bool throwOnError = false);
+  // Hands bytes back: the next read starts with them.
+  void putBack(std::string_view bytes) { buffer_.insert(0, bytes); }
   // Up to `count` bytes without consuming them.
   bool peek(std::string& out, std::size_t count, bool throwOnError = false);
-  // One line ended by LF; a CR right before the LF is dropped.
-  bool receiveLine(std::string& out, bool throwOnError = false);
+  // One line ended by LF; a CR right before the LF is dropped, unless the line end is kept.
+  bool receiveLine(std::string& out, bool throwOnError = false, bool keepLineEnd = false);
 
   // True when nothing arrived to read within `milliseconds`.
   bool nothingToRead(std::uint32_t milliseconds);

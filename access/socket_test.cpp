@@ -75,6 +75,26 @@ TEST(SocketLines, ChunksBecomeLines) {
   }
 }
 
+// Line and chunk reads share one buffer: bytes behind a line come before anything received
+// later, and bytes handed back come first of all.
+TEST(SocketLines, LinesChunksAndBytesPutBackKeepTheirOrder) {
+  ScriptedServer server({send("one\r\ntwo\nrest"), pause(30), send("later\n")});
+  socket s(3000, 0);
+  connectTo(s, server.port());
+  std::string text;
+  ASSERT_TRUE(s.receiveLine(text, true, true));
+  EXPECT_EQ(text, "one\r\n");
+  ASSERT_TRUE(s.receiveLine(text, true));
+  EXPECT_EQ(text, "two");
+  ASSERT_TRUE(s.receiveChunk(text, true));
+  EXPECT_EQ(text, "rest");
+  s.putBack("back\n");
+  ASSERT_TRUE(s.receiveLine(text, true));
+  EXPECT_EQ(text, "back");
+  ASSERT_TRUE(s.receiveLine(text, true));
+  EXPECT_EQ(text, "later");
+}
+
 TEST(SocketLines, PeerClosingMidLineFailsTheRead) {
   ScriptedServer server({send("complete\r\npartial"), hangUp()});
   socket s;
