@@ -10,7 +10,6 @@ namespace cgp {
 namespace {
 
 constexpr const char* kInvalidArgument = "invalid or missing argument";
-constexpr const char* kInvalidLogin = "Invalid username or password";
 
 }  // namespace
 
@@ -39,9 +38,7 @@ void CLISession::open(const std::string& host, std::uint16_t port, const std::st
 void CLISession::login(const std::string& user, const std::string& password, std::uint32_t method) {
   const std::string greeting = readAnswerText();
   auto refused = [this] {
-    std::string text = kInvalidLogin;
-    if (!lastStatus_.empty()) text += " (" + lastStatus_ + ")";
-    return kvs::InvalidLoginException(text, lastCode_);
+    return kvs::InvalidLoginException(kvs::sock::loginRefusal(lastStatus_), lastCode_);
   };
   switch (method) {
     case kPlain:

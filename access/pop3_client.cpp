@@ -19,12 +19,6 @@ std::uint64_t numberAfterBlanks(std::string_view text, std::size_t& pos) {
   return value;
 }
 
-std::string refusal(const std::string& response) {
-  std::string text = "Invalid username or password";
-  if (!response.empty()) text += " (" + response + ")";
-  return text;
-}
-
 }  // namespace
 
 client::~client() {
@@ -92,12 +86,12 @@ void client::login(const std::string& user, const std::string& password, bool ap
     const std::string digest = sock::stampDigest(greeting_, password);
     if (digest.empty()) throw InvalidServerPromptException(greeting_);
     socket_.sendLine("APOP " + user + " " + digest, true, true);
-    if (!readStatus(false)) throw InvalidLoginException(refusal(lastResponse_));
+    if (!readStatus(false)) throw InvalidLoginException(sock::loginRefusal(lastResponse_));
   } else {
     socket_.sendLine("USER " + user, true, true);
-    if (!readStatus(false)) throw InvalidLoginException(refusal(lastResponse_));
+    if (!readStatus(false)) throw InvalidLoginException(sock::loginRefusal(lastResponse_));
     socket_.sendLine("PASS " + password, true, true);
-    if (!readStatus(false)) throw InvalidLoginException(refusal(lastResponse_));
+    if (!readStatus(false)) throw InvalidLoginException(sock::loginRefusal(lastResponse_));
   }
   state_ = kTransaction;
 }

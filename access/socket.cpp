@@ -2,6 +2,7 @@
 // few helpers at the top of this file; everything below them is shared.
 #include "access/socket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -155,6 +156,18 @@ timeval toTimeval(std::uint32_t milliseconds) {
   return tv;
 }
 
+// select() on one handle: above 0 when it is ready, 0 on a time-out, below 0 on an error or
+// for a handle that a set cannot hold.
+int selectOne(native_t s, std::uint32_t milliseconds, bool forWriting) {
+  if (!fitsInSet(s)) return -1;
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(s, &set);
+  timeval tv = toTimeval(milliseconds);
+  return ::select(static_cast<int>(s) + 1, forWriting ? nullptr : &set, forWriting ? &set : nullptr,
+                  nullptr, &tv);
+}
+
 }  // namespace
 
 wait_time waitTime(std::uint32_t milliseconds) {
@@ -173,6 +186,12 @@ std::string trimBlanks(std::string_view line) {
   const std::size_t first = line.find_first_not_of(kBlanks);
   if (first == std::string_view::npos) return std::string();
   return std::string(line.substr(first, line.find_last_not_of(kBlanks) - first + 1));
+}
+
+std::string loginRefusal(std::string_view detail) {
+  std::string text = "Invalid username or password";
+  if (!detail.empty()) text.append(" (").append(detail).append(")");
+  return text;
 }
 
 std::string stampDigest(std::string_view greeting, std::string_view password) {
@@ -212,13 +231,11 @@ ptr<host_entry> resolve(const std::string& name) {
     sockaddr_in sa;
     std::memcpy(&sa, p->ai_addr, sizeof sa);
     const std::uint32_t ip = sa.sin_addr.s_addr;
-    bool seen = false;
-    for (std::uint32_t known : entry->addresses) seen = seen || known == ip;
-    if (seen) continue;
+    if (std::find(entry->addresses.begin(), entry->addresses.end(), ip) != entry->addresses.end()) {
+      continue;
+    }
     entry->addresses.push_back(ip);
-    const std::uint32_t h = ntohl(ip);
-    entry->dotted.push_back(std::to_string(h >> 24) + "." + std::to_string((h >> 16) & 255) + "." +
-                            std::to_string((h >> 8) & 255) + "." + std::to_string(h & 255));
+    entry->dotted.push_back(::inet_ntoa(sa.sin_addr));
   }
   ::freeaddrinfo(found);
   if (entry->addresses.empty()) throw kvs::UnableToResolveAddressException();
@@ -257,17 +274,7 @@ bool socket::switchMode(std::uint32_t timeout, bool throwOnError) {
 }
 
 bool socket::waitReady(std::uint32_t timeout, bool forWriting) {
-  const native_t s = nativeOf(handle_);
-  int result = -1;
-  if (fitsInSet(s)) {
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(s, &set);
-    timeval tv = toTimeval(timeout);
-    result = ::select(static_cast<int>(s) + 1, forWriting ? nullptr : &set,
-                      forWriting ? &set : nullptr, nullptr, &tv);
-  }
-  if (result > 0) return true;
+  if (selectOne(nativeOf(handle_), timeout, forWriting) > 0) return true;
   close();
   return false;
 }
@@ -446,13 +453,7 @@ bool socket::receiveLine(std::string& out, bool throwOnError, bool keepLineEnd) 
 }
 
 bool socket::nothingToRead(std::uint32_t milliseconds) {
-  const native_t s = nativeOf(handle_);
-  if (!fitsInSet(s)) return false;
-  fd_set set;
-  FD_ZERO(&set);
-  FD_SET(s, &set);
-  timeval tv = toTimeval(milliseconds);
-  return ::select(static_cast<int>(s) + 1, &set, nullptr, nullptr, &tv) == 0;
+  return selectOne(nativeOf(handle_), milliseconds, false) == 0;
 }
 
 bool socket::waitOnSet(std::vector<wait_entry>& entries, std::uint32_t milliseconds) {
