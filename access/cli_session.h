@@ -83,31 +83,21 @@ class CLISession : public kvs::sock::socket {
   [[nodiscard]] const std::string& lastData() const { return lastData_; }
 
   // ---- The command set (rows in access/cli_commands.inc) ----
-#define VELMORA_CLI_DATA0(N) DataSet N();
-#define VELMORA_CLI_DO0(N) void N();
-#define VELMORA_CLI_DATA1(N, a) DataSet N(const std::string& a);
-#define VELMORA_CLI_DO1(N, a) void N(const std::string& a);
-#define VELMORA_CLI_DATA_OPT(N, a) DataSet N(const std::string& a = std::string());
-#define VELMORA_CLI_DO_OPT(N, a) void N(const std::string& a = std::string());
-#define VELMORA_CLI_DATA_KW(N, a, kw, b) DataSet N(const std::string& a, const std::string& b);
-#define VELMORA_CLI_DATA_KWOPT(N, a, kw, b) \
-  DataSet N(const std::string& a, const std::string& b = std::string());
-#define VELMORA_CLI_DO_KW(N, a, kw, b) void N(const std::string& a, const std::string& b);
-#define VELMORA_CLI_DO_KWOPT(N, a, kw, b) \
-  void N(const std::string& a, const std::string& b = std::string());
-#define VELMORA_CLI_DO_DICT(N) void N(const DataSet& value);
-#define VELMORA_CLI_DO_ARRAY(N) void N(const DataSet& value);
-#define VELMORA_CLI_DO1_DICT(N, a) void N(const std::string& a, const DataSet& value);
-#define VELMORA_CLI_DO_OPT_DICT(N, a) void N(const std::string& a, const DataSet& value);
-#define VELMORA_CLI_DO1_ARRAY(N, a) void N(const std::string& a, const DataSet& value);
-#define VELMORA_CLI_DO1_DICTOPT(N, a) \
-  void N(const std::string& a, const DataSet& settings = DataSet());
-#define VELMORA_CLI_DO_TEXT(N, a) void N(const std::string& a);
-#define VELMORA_CLI_DO1_TEXT(N, a, kw, b) void N(const std::string& a, const std::string& b);
-#define VELMORA_CLI_DO_QUOTED(N, a) void N(const std::string& a);
-#define VELMORA_CLI_DATA_QUOTED(N, a) DataSet N(const std::string& a);
-#define VELMORA_CLI_DO_SKIN(N, a) void N(const std::string& domain, const std::string& a);
-#define VELMORA_CLI_DATA_SKIN(N, a) DataSet N(const std::string& domain, const std::string& a);
+#define CLI_NONE(R, N) R N();
+#define CLI_ONE(R, N, a) R N(const std::string& a);
+#define CLI_OPT(R, N, a) R N(const std::string& a = std::string());
+#define CLI_KW(R, N, a, kw, b) R N(const std::string& a, const std::string& b);
+#define CLI_KWOPT(R, N, a, kw, b) R N(const std::string& a, const std::string& b = std::string());
+#define CLI_DICT(R, N) R N(const DataSet& value);
+#define CLI_ARRAY(R, N) R N(const DataSet& value);
+#define CLI_ONE_DICT(R, N, a) R N(const std::string& a, const DataSet& value);
+#define CLI_OPT_DICT(R, N, a) R N(const std::string& a, const DataSet& value);
+#define CLI_ONE_ARRAY(R, N, a) R N(const std::string& a, const DataSet& value);
+#define CLI_ONE_DICTOPT(R, N, a) R N(const std::string& a, const DataSet& settings = DataSet());
+#define CLI_TEXT(R, N, a) R N(const std::string& a);
+#define CLI_ONE_TEXT(R, N, a, kw, b) R N(const std::string& a, const std::string& b);
+#define CLI_QUOTED(R, N, a) R N(const std::string& a);
+#define CLI_SKIN(R, N, a) R N(const std::string& domain, const std::string& a);
 #include "access/cli_commands.inc"
 
   // The commands with a line of their own. An empty acting account (`auth`) adds no AUTH part.
