@@ -1,6 +1,7 @@
 // The CLI command set: the table rows of cli_commands.inc expanded into member bodies, the
 // commands with lines of their own, and the list of every command with its data flag.
 #include <algorithm>
+#include <type_traits>
 
 #include "access/cli_session.h"
 #include "cgp/dataset_text.h"
@@ -40,18 +41,15 @@ class Line {
     text_ += value;
     return *this;
   }
-  // A name between quotes that may be empty: "" is the server's unnamed skin, or an empty list.
-  Line& quoted(const std::string& value) {
-    text_ += " \"";
-    text_ += value;
-    text_ += '"';
-    return *this;
-  }
-  // keyword + name, only when the name is given.
-  Line& optionalAfter(std::string_view keyword, const std::string& value) {
+  // A required name between quotes, after a blank.
+  Line& quoted(const std::string& value) { return word(" \"").name(value).word("\""); }
+  // keyword + name (+ closing text), only when the name is given.
+  Line& optionalAfter(std::string_view keyword, const std::string& value,
+                      std::string_view close = {}) {
     if (!value.empty()) {
       text_ += keyword;
       text_ += value;
+      text_ += close;
     }
     return *this;
   }
@@ -91,121 +89,82 @@ class Line {
   std::string text_;
 };
 
+// Sends a built line: a command answered with data returns the data, the others nothing.
+template <class R>
+R run(CLISession& session, const Line& line) {
+  if constexpr (std::is_void_v<R>) {
+    session.execute(line.str());
+  } else {
+    return session.query(line.str());
+  }
+}
+
 }  // namespace
 
 // ---- Rows of the table ----
 
-#define VELMORA_DEFINE_DATA0(N)   \
-  DataSet CLISession::N() {       \
-    return query(Line(#N).str()); \
+#define CLI_NONE(R, N)              \
+  R CLISession::N() {               \
+    return run<R>(*this, Line(#N)); \
   }
-#define VELMORA_DEFINE_DO0(N) \
-  void CLISession::N() {      \
-    execute(Line(#N).str());  \
+#define CLI_ONE(R, N, a)                   \
+  R CLISession::N(const std::string& a) {  \
+    return run<R>(*this, Line(#N).arg(a)); \
   }
-#define VELMORA_DEFINE_DATA1(N, a)              \
-  DataSet CLISession::N(const std::string& a) { \
-    return query(Line(#N).arg(a).str());        \
+#define CLI_OPT(R, N, a)                        \
+  R CLISession::N(const std::string& a) {       \
+    return run<R>(*this, Line(#N).optional(a)); \
   }
-#define VELMORA_DEFINE_DO1(N, a)             \
-  void CLISession::N(const std::string& a) { \
-    execute(Line(#N).arg(a).str());          \
+#define CLI_KW(R, N, a, kw, b)                                  \
+  R CLISession::N(const std::string& a, const std::string& b) { \
+    return run<R>(*this, Line(#N).arg(a).word(kw).name(b));     \
   }
-#define VELMORA_DEFINE_DATA_OPT(N, a)           \
-  DataSet CLISession::N(const std::string& a) { \
-    return query(Line(#N).optional(a).str());   \
+#define CLI_KWOPT(R, N, a, kw, b)                               \
+  R CLISession::N(const std::string& a, const std::string& b) { \
+    return run<R>(*this, Line(#N).arg(a).optionalAfter(kw, b)); \
   }
-#define VELMORA_DEFINE_DO_OPT(N, a)          \
-  void CLISession::N(const std::string& a) { \
-    execute(Line(#N).optional(a).str());     \
+#define CLI_DICT(R, N)                                            \
+  R CLISession::N(const DataSet& v) {                             \
+    return run<R>(*this, Line(#N).value(v, DataSet::Dictionary)); \
   }
-#define VELMORA_DEFINE_DATA_KW(N, a, kw, b)                           \
-  DataSet CLISession::N(const std::string& a, const std::string& b) { \
-    return query(Line(#N).arg(a).word(kw).name(b).str());             \
+#define CLI_ARRAY(R, N)                                      \
+  R CLISession::N(const DataSet& v) {                        \
+    return run<R>(*this, Line(#N).value(v, DataSet::Array)); \
   }
-#define VELMORA_DEFINE_DATA_KWOPT(N, a, kw, b)                        \
-  DataSet CLISession::N(const std::string& a, const std::string& b) { \
-    return query(Line(#N).arg(a).optionalAfter(kw, b).str());         \
+#define CLI_ONE_DICT(R, N, a)                                            \
+  R CLISession::N(const std::string& a, const DataSet& v) {              \
+    return run<R>(*this, Line(#N).arg(a).value(v, DataSet::Dictionary)); \
   }
-#define VELMORA_DEFINE_DO_KW(N, a, kw, b)                          \
-  void CLISession::N(const std::string& a, const std::string& b) { \
-    execute(Line(#N).arg(a).word(kw).name(b).str());               \
+#define CLI_OPT_DICT(R, N, a)                                                 \
+  R CLISession::N(const std::string& a, const DataSet& v) {                   \
+    return run<R>(*this, Line(#N).optional(a).value(v, DataSet::Dictionary)); \
   }
-#define VELMORA_DEFINE_DO_KWOPT(N, a, kw, b)                       \
-  void CLISession::N(const std::string& a, const std::string& b) { \
-    execute(Line(#N).arg(a).optionalAfter(kw, b).str());           \
+#define CLI_ONE_ARRAY(R, N, a)                                      \
+  R CLISession::N(const std::string& a, const DataSet& v) {         \
+    return run<R>(*this, Line(#N).arg(a).value(v, DataSet::Array)); \
   }
-#define VELMORA_DEFINE_DO_DICT(N)                          \
-  void CLISession::N(const DataSet& v) {                   \
-    execute(Line(#N).value(v, DataSet::Dictionary).str()); \
+#define CLI_ONE_DICTOPT(R, N, a)                                                 \
+  R CLISession::N(const std::string& a, const DataSet& v) {                      \
+    return run<R>(*this, Line(#N).arg(a).optionalValue(v, DataSet::Dictionary)); \
   }
-#define VELMORA_DEFINE_DO_ARRAY(N)                    \
-  void CLISession::N(const DataSet& v) {              \
-    execute(Line(#N).value(v, DataSet::Array).str()); \
+#define CLI_TEXT(R, N, a)                   \
+  R CLISession::N(const std::string& a) {   \
+    return run<R>(*this, Line(#N).text(a)); \
   }
-#define VELMORA_DEFINE_DO1_DICT(N, a)                             \
-  void CLISession::N(const std::string& a, const DataSet& v) {    \
-    execute(Line(#N).arg(a).value(v, DataSet::Dictionary).str()); \
+#define CLI_ONE_TEXT(R, N, a, kw, b)                              \
+  R CLISession::N(const std::string& a, const std::string& b) {   \
+    return run<R>(*this, Line(#N).arg(a).word(kw).text(b, true)); \
   }
-#define VELMORA_DEFINE_DO_OPT_DICT(N, a)                               \
-  void CLISession::N(const std::string& a, const DataSet& v) {         \
-    execute(Line(#N).optional(a).value(v, DataSet::Dictionary).str()); \
+#define CLI_QUOTED(R, N, a)                   \
+  R CLISession::N(const std::string& a) {     \
+    return run<R>(*this, Line(#N).quoted(a)); \
   }
-#define VELMORA_DEFINE_DO1_ARRAY(N, a)                         \
-  void CLISession::N(const std::string& a, const DataSet& v) { \
-    execute(Line(#N).arg(a).value(v, DataSet::Array).str());   \
-  }
-#define VELMORA_DEFINE_DO1_DICTOPT(N, a)                                  \
-  void CLISession::N(const std::string& a, const DataSet& v) {            \
-    execute(Line(#N).arg(a).optionalValue(v, DataSet::Dictionary).str()); \
-  }
-#define VELMORA_DEFINE_DO_TEXT(N, a)         \
-  void CLISession::N(const std::string& a) { \
-    execute(Line(#N).text(a).str());         \
-  }
-#define VELMORA_DEFINE_DO1_TEXT(N, a, kw, b)                       \
-  void CLISession::N(const std::string& a, const std::string& b) { \
-    execute(Line(#N).arg(a).word(kw).text(b, true).str());         \
-  }
-#define VELMORA_DEFINE_DO_QUOTED(N, a)       \
-  void CLISession::N(const std::string& a) { \
-    execute(Line(#N).quoted(a).str());       \
-  }
-#define VELMORA_DEFINE_DATA_QUOTED(N, a)        \
-  DataSet CLISession::N(const std::string& a) { \
-    return query(Line(#N).quoted(a).str());     \
-  }
-#define VELMORA_DEFINE_DO_SKIN(N, a)                                    \
-  void CLISession::N(const std::string& domain, const std::string& a) { \
-    execute(Line(#N).arg(domain).word(" SKIN").quoted(a).str());        \
-  }
-#define VELMORA_DEFINE_DATA_SKIN(N, a)                                     \
-  DataSet CLISession::N(const std::string& domain, const std::string& a) { \
-    return query(Line(#N).arg(domain).word(" SKIN").quoted(a).str());      \
+#define CLI_SKIN(R, N, a)                                               \
+  R CLISession::N(const std::string& domain, const std::string& a) {    \
+    return run<R>(*this, Line(#N).arg(domain).word(" SKIN").quoted(a)); \
   }
 
-VELMORA_CLI_DATA0(VELMORA_DEFINE_DATA0)
-VELMORA_CLI_DO0(VELMORA_DEFINE_DO0)
-VELMORA_CLI_DATA1(VELMORA_DEFINE_DATA1)
-VELMORA_CLI_DO1(VELMORA_DEFINE_DO1)
-VELMORA_CLI_DATA_OPT(VELMORA_DEFINE_DATA_OPT)
-VELMORA_CLI_DO_OPT(VELMORA_DEFINE_DO_OPT)
-VELMORA_CLI_DATA_KW(VELMORA_DEFINE_DATA_KW)
-VELMORA_CLI_DATA_KWOPT(VELMORA_DEFINE_DATA_KWOPT)
-VELMORA_CLI_DO_KW(VELMORA_DEFINE_DO_KW)
-VELMORA_CLI_DO_KWOPT(VELMORA_DEFINE_DO_KWOPT)
-VELMORA_CLI_DO_DICT(VELMORA_DEFINE_DO_DICT)
-VELMORA_CLI_DO_ARRAY(VELMORA_DEFINE_DO_ARRAY)
-VELMORA_CLI_DO1_DICT(VELMORA_DEFINE_DO1_DICT)
-VELMORA_CLI_DO_OPT_DICT(VELMORA_DEFINE_DO_OPT_DICT)
-VELMORA_CLI_DO1_ARRAY(VELMORA_DEFINE_DO1_ARRAY)
-VELMORA_CLI_DO1_DICTOPT(VELMORA_DEFINE_DO1_DICTOPT)
-VELMORA_CLI_DO_TEXT(VELMORA_DEFINE_DO_TEXT)
-VELMORA_CLI_DO1_TEXT(VELMORA_DEFINE_DO1_TEXT)
-VELMORA_CLI_DO_QUOTED(VELMORA_DEFINE_DO_QUOTED)
-VELMORA_CLI_DATA_QUOTED(VELMORA_DEFINE_DATA_QUOTED)
-VELMORA_CLI_DO_SKIN(VELMORA_DEFINE_DO_SKIN)
-VELMORA_CLI_DATA_SKIN(VELMORA_DEFINE_DATA_SKIN)
+#include "access/cli_commands.inc"
 
 // ---- Commands with a line of their own ----
 
@@ -288,17 +247,15 @@ void CLISession::UpdateMailboxInfo(const std::string& account, const std::string
 
 DataSet CLISession::ListMailboxes(const std::string& account, const std::string& filter,
                                   const std::string& auth) {
-  Line line("ListMailboxes");
-  line.arg(account);
-  if (!filter.empty()) line.word(" FILTER \"").word(filter).word("\"");
-  return query(line.auth(auth).str());
+  return query(Line("ListMailboxes")
+                   .arg(account)
+                   .optionalAfter(" FILTER \"", filter, "\"")
+                   .auth(auth)
+                   .str());
 }
 
 DataSet CLISession::ListSubscribers(const std::string& list, const std::string& filter) {
-  Line line("ListSubscribers");
-  line.arg(list);
-  if (!filter.empty()) line.word(" FILTER \"").word(filter).word("\"");
-  return query(line.str());
+  return query(Line("ListSubscribers").arg(list).optionalAfter(" FILTER \"", filter, "\"").str());
 }
 
 // The flags follow the subscriber, in the order the command table of this library gives.
@@ -333,10 +290,12 @@ void CLISession::DeleteDomain(const std::string& domain, bool force) {
 
 DataSet CLISession::CreateWebUserSession(const std::string& account, const std::string& ipAddress,
                                          const std::string& skin) {
-  Line line("CreateWebUserSession");
-  line.arg(account).word(" ADDRESS ").name(ipAddress);
-  if (!skin.empty()) line.word(" SKIN \"").word(skin).word("\"");
-  return query(line.str());
+  return query(Line("CreateWebUserSession")
+                   .arg(account)
+                   .word(" ADDRESS ")
+                   .name(ipAddress)
+                   .optionalAfter(" SKIN \"", skin, "\"")
+                   .str());
 }
 
 namespace {
@@ -349,7 +308,7 @@ Line& skinOf(Line& line, const std::string* domain, const std::string& skin) {
 std::string renameSkin(const char* command, const std::string* domain, const std::string& oldSkin,
                        const std::string& newSkin) {
   Line line(command);
-  return skinOf(line, domain, oldSkin).word(" INTO \"").word(newSkin).word("\"").str();
+  return skinOf(line, domain, oldSkin).word(" INTO \"").name(newSkin).word("\"").str();
 }
 
 std::string skinFile(const char* command, const std::string* domain, const std::string& skin,
@@ -362,7 +321,7 @@ std::string storeSkinFile(const char* command, const std::string* domain, const 
                           const std::string& file, const std::string& data) {
   Line line(command);
   skinOf(line, domain, skin).word(" FILE \"").name(file);
-  return line.word("\" DATA \"").word(data).word("\"").str();
+  return line.word("\" DATA \"").name(data).word("\"").str();
 }
 
 // Deleting a skin file is a store with DELETE where the data would go.
@@ -485,10 +444,7 @@ void CLISession::RenameWebFile(const std::string& account, const std::string& ol
 }
 
 DataSet CLISession::ListWebFiles(const std::string& account, const std::string& path) {
-  Line line("ListWebFiles");
-  line.arg(account);
-  if (!path.empty()) line.word(" PATH \"").word(path).word("\"");
-  return query(line.str());
+  return query(Line("ListWebFiles").arg(account).optionalAfter(" PATH \"", path, "\"").str());
 }
 
 void CLISession::WriteLog(std::uint32_t level, const std::string& text) {
@@ -507,35 +463,25 @@ void CLISession::RejectQueueMessage(const std::string& messageId, const std::str
 const std::vector<CLISession::CommandInfo>& CLISession::commands() {
   static const std::vector<CommandInfo> all = [] {
     std::vector<CommandInfo> list;
-#define VELMORA_DATA_ROW(N, ...) list.push_back({#N, true});
-#define VELMORA_DO_ROW(N, ...) list.push_back({#N, false});
-#define VELMORA_IRREGULAR_ROW(N, data) list.push_back({#N, data != 0});
-    VELMORA_CLI_DATA0(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO0(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA1(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO1(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_OPT(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO_OPT(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_KW(VELMORA_DATA_ROW)
-    VELMORA_CLI_DATA_KWOPT(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO_KW(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_KWOPT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_DICT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_ARRAY(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_DICT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_OPT_DICT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_ARRAY(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_DICTOPT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_TEXT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO1_TEXT(VELMORA_DO_ROW)
-    VELMORA_CLI_DO_QUOTED(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_QUOTED(VELMORA_DATA_ROW)
-    VELMORA_CLI_DO_SKIN(VELMORA_DO_ROW)
-    VELMORA_CLI_DATA_SKIN(VELMORA_DATA_ROW)
-    VELMORA_CLI_IRREGULAR(VELMORA_IRREGULAR_ROW)
-#undef VELMORA_DATA_ROW
-#undef VELMORA_DO_ROW
-#undef VELMORA_IRREGULAR_ROW
+#define VELMORA_ROW(R, N, ...) list.push_back({#N, !std::is_void_v<R>});
+#define CLI_NONE VELMORA_ROW
+#define CLI_ONE VELMORA_ROW
+#define CLI_OPT VELMORA_ROW
+#define CLI_KW VELMORA_ROW
+#define CLI_KWOPT VELMORA_ROW
+#define CLI_DICT VELMORA_ROW
+#define CLI_ARRAY VELMORA_ROW
+#define CLI_ONE_DICT VELMORA_ROW
+#define CLI_OPT_DICT VELMORA_ROW
+#define CLI_ONE_ARRAY VELMORA_ROW
+#define CLI_ONE_DICTOPT VELMORA_ROW
+#define CLI_TEXT VELMORA_ROW
+#define CLI_ONE_TEXT VELMORA_ROW
+#define CLI_QUOTED VELMORA_ROW
+#define CLI_SKIN VELMORA_ROW
+#define CLI_IRREGULAR VELMORA_ROW
+#include "access/cli_commands.inc"
+#undef VELMORA_ROW
     return list;
   }();
   return all;

@@ -1,33 +1,15 @@
 // The CLI session: connection, greeting, the three logins, "inline", answers and their errors.
 #include "access/cli_session.h"
 
+#include <charconv>
+#include <climits>
+
 #include "cgp/dataset_text.h"
-#include "kvs/md5.h"
 
 namespace cgp {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n";
 constexpr const char* kInvalidArgument = "invalid or missing argument";
-constexpr const char* kInvalidLogin = "Invalid username or password";
-
-std::string trimBlanks(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return std::string();
-  const std::size_t last = text.find_last_not_of(kBlanks);
-  return std::string(text.substr(first, last - first + 1));
-}
-
-// The leading decimal number of `text`, 0 when it does not begin with a digit.
-int leadingNumber(std::string_view text) {
-  long long value = 0;
-  for (char c : text) {
-    if (c < '0' || c > '9') break;
-    value = value * 10 + (c - '0');
-    if (value > 0x7fffffff) return 0;
-  }
-  return static_cast<int>(value);
-}
 
 }  // namespace
 
@@ -48,8 +30,7 @@ CLISession::CLISession(const std::string& host, std::uint16_t port, const std::s
 
 void CLISession::open(const std::string& host, std::uint16_t port, const std::string& user,
                       const std::string& password, std::uint32_t method) {
-  kvs::sock::startup(false);
-  create(kStream, false);
+  create(kStream, false);  // starts the socket library first
   connect(kvs::sock::resolveAddress(host, port), true);
   login(user, password, method);
 }
@@ -57,9 +38,7 @@ void CLISession::open(const std::string& host, std::uint16_t port, const std::st
 void CLISession::login(const std::string& user, const std::string& password, std::uint32_t method) {
   const std::string greeting = readAnswerText();
   auto refused = [this] {
-    std::string text = kInvalidLogin;
-    if (!lastStatus_.empty()) text += " (" + lastStatus_ + ")";
-    return kvs::InvalidLoginException(text, lastCode_);
+    return kvs::InvalidLoginException(kvs::sock::loginRefusal(lastStatus_), lastCode_);
   };
   switch (method) {
     case kPlain:
@@ -69,11 +48,9 @@ void CLISession::login(const std::string& user, const std::string& password, std
       sendCommand("pass " + password);
       break;
     case kDigest: {
-      const std::size_t open = greeting.find('<');
-      const std::size_t close = open == std::string::npos ? open : greeting.find('>', open);
-      if (close == std::string::npos) throw kvs::InvalidServerPromptException(trimBlanks(greeting));
-      const std::string stamp = greeting.substr(open, close - open + 1);
-      sendCommand("APOP " + user + " " + kvs::md5Hex(stamp + password));
+      const std::string digest = kvs::sock::stampDigest(greeting, password);
+      if (digest.empty()) throw kvs::InvalidServerPromptException(kvs::sock::trimBlanks(greeting));
+      sendCommand("APOP " + user + " " + digest);
       break;
     }
     case kWebUser:
@@ -117,26 +94,30 @@ std::string CLISession::describe(const kvs::Exception& error) {
   if (dynamic_cast<const kvs::ConnectionResetException*>(&error)) {
     return "Connection with the server has reset";
   }
-  if (dynamic_cast<const CLIException*>(&error))
+  if (dynamic_cast<const CLIException*>(&error)) {
     return "CLI module reported: " + error.getMessage();
-  if (dynamic_cast<const kvs::ProtocolException*>(&error) && !error.getMessage().empty()) {
-    return error.getMessage();
   }
+  // A refused login's text begins with "Invalid username or password".
+  if (dynamic_cast<const kvs::InvalidLoginException*>(&error)) return error.getMessage();
   return "Unhandled error";
 }
 
 CLIAnswer CLISession::parseAnswer(std::string_view raw) {
   const std::size_t space = raw.find(' ');
-  if (space == 0) throw kvs::InvalidServerResponseException(trimBlanks(raw));
+  if (space == 0) throw kvs::InvalidServerResponseException(kvs::sock::trimBlanks(raw));
+  // The leading decimal number; none, or one beyond an int, reads as 0.
+  const std::string_view head = raw.substr(0, space);
+  unsigned code = 0;
+  std::from_chars(head.data(), head.data() + head.size(), code);
   CLIAnswer answer;
-  answer.code = leadingNumber(raw.substr(0, space));
-  if (answer.code == 0) throw kvs::ProtocolException(trimBlanks(raw));
+  answer.code = code > INT_MAX ? 0 : static_cast<int>(code);
+  if (answer.code == 0) throw kvs::ProtocolException(kvs::sock::trimBlanks(raw));
   const std::string_view rest = space == std::string_view::npos ? raw : raw.substr(space + 1);
   if (answer.code == 200 || answer.code == 201) {
     answer.status = "OK";
     answer.data = std::string(rest);
   } else {
-    answer.status = trimBlanks(rest);
+    answer.status = kvs::sock::trimBlanks(rest);
   }
   return answer;
 }
@@ -166,19 +147,12 @@ void CLISession::sendCommand(const std::string& line) {
   sendLine(line, true, true);
 }
 
+// One answer, line end included, read up to its line feed through the socket rather than
+// taken as one receive, on purpose: an answer split over two receives, or a data line that
+// arrives with its answer line, is then read right instead of failing or waiting for ever.
 std::string CLISession::readAnswerText() {
-  std::string text = std::move(pending_);
-  pending_.clear();
-  std::string chunk;
-  while (text.empty() || text.back() != '\n') {
-    receiveChunk(chunk, true);
-    text += chunk;
-  }
-  const std::size_t end = text.find('\n');
-  if (end + 1 < text.size()) {
-    pending_ = text.substr(end + 1);
-    text.resize(end + 1);
-  }
+  std::string text;
+  receiveLine(text, true, true);
   return text;
 }
 

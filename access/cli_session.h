@@ -82,71 +82,23 @@ class CLISession : public kvs::sock::socket {
   [[nodiscard]] const std::string& lastStatus() const { return lastStatus_; }
   [[nodiscard]] const std::string& lastData() const { return lastData_; }
 
-  // ---- The command set (table in access/cli_commands.inc) ----
-#define VELMORA_DECLARE_DATA0(N) DataSet N();
-#define VELMORA_DECLARE_DO0(N) void N();
-#define VELMORA_DECLARE_DATA1(N, a) DataSet N(const std::string& a);
-#define VELMORA_DECLARE_DO1(N, a) void N(const std::string& a);
-#define VELMORA_DECLARE_DATA_OPT(N, a) DataSet N(const std::string& a = std::string());
-#define VELMORA_DECLARE_DO_OPT(N, a) void N(const std::string& a = std::string());
-#define VELMORA_DECLARE_DATA_KW(N, a, kw, b) DataSet N(const std::string& a, const std::string& b);
-#define VELMORA_DECLARE_DATA_KWOPT(N, a, kw, b) \
-  DataSet N(const std::string& a, const std::string& b = std::string());
-#define VELMORA_DECLARE_DO_KW(N, a, kw, b) void N(const std::string& a, const std::string& b);
-#define VELMORA_DECLARE_DO_KWOPT(N, a, kw, b) \
-  void N(const std::string& a, const std::string& b = std::string());
-#define VELMORA_DECLARE_DO_VALUE(N) void N(const DataSet& value);
-#define VELMORA_DECLARE_DO1_VALUE(N, a) void N(const std::string& a, const DataSet& value);
-#define VELMORA_DECLARE_DO1_DICTOPT(N, a) \
-  void N(const std::string& a, const DataSet& settings = DataSet());
-#define VELMORA_DECLARE_DO_TEXT(N, a) void N(const std::string& a);
-#define VELMORA_DECLARE_DO1_TEXT(N, a, kw, b) void N(const std::string& a, const std::string& b);
-#define VELMORA_DECLARE_DO_QUOTED(N, a) void N(const std::string& a);
-#define VELMORA_DECLARE_DATA_QUOTED(N, a) DataSet N(const std::string& a);
-#define VELMORA_DECLARE_DO_SKIN(N, a) void N(const std::string& domain, const std::string& a);
-#define VELMORA_DECLARE_DATA_SKIN(N, a) DataSet N(const std::string& domain, const std::string& a);
+  // ---- The command set (rows in access/cli_commands.inc) ----
+#define CLI_NONE(R, N) R N();
+#define CLI_ONE(R, N, a) R N(const std::string& a);
+#define CLI_OPT(R, N, a) R N(const std::string& a = std::string());
+#define CLI_KW(R, N, a, kw, b) R N(const std::string& a, const std::string& b);
+#define CLI_KWOPT(R, N, a, kw, b) R N(const std::string& a, const std::string& b = std::string());
+#define CLI_DICT(R, N) R N(const DataSet& value);
+#define CLI_ARRAY(R, N) R N(const DataSet& value);
+#define CLI_ONE_DICT(R, N, a) R N(const std::string& a, const DataSet& value);
+#define CLI_OPT_DICT(R, N, a) R N(const std::string& a, const DataSet& value);
+#define CLI_ONE_ARRAY(R, N, a) R N(const std::string& a, const DataSet& value);
+#define CLI_ONE_DICTOPT(R, N, a) R N(const std::string& a, const DataSet& settings = DataSet());
+#define CLI_TEXT(R, N, a) R N(const std::string& a);
+#define CLI_ONE_TEXT(R, N, a, kw, b) R N(const std::string& a, const std::string& b);
+#define CLI_QUOTED(R, N, a) R N(const std::string& a);
+#define CLI_SKIN(R, N, a) R N(const std::string& domain, const std::string& a);
 #include "access/cli_commands.inc"
-  VELMORA_CLI_DATA0(VELMORA_DECLARE_DATA0)
-  VELMORA_CLI_DO0(VELMORA_DECLARE_DO0)
-  VELMORA_CLI_DATA1(VELMORA_DECLARE_DATA1)
-  VELMORA_CLI_DO1(VELMORA_DECLARE_DO1)
-  VELMORA_CLI_DATA_OPT(VELMORA_DECLARE_DATA_OPT)
-  VELMORA_CLI_DO_OPT(VELMORA_DECLARE_DO_OPT)
-  VELMORA_CLI_DATA_KW(VELMORA_DECLARE_DATA_KW)
-  VELMORA_CLI_DATA_KWOPT(VELMORA_DECLARE_DATA_KWOPT)
-  VELMORA_CLI_DO_KW(VELMORA_DECLARE_DO_KW)
-  VELMORA_CLI_DO_KWOPT(VELMORA_DECLARE_DO_KWOPT)
-  VELMORA_CLI_DO_DICT(VELMORA_DECLARE_DO_VALUE)
-  VELMORA_CLI_DO_ARRAY(VELMORA_DECLARE_DO_VALUE)
-  VELMORA_CLI_DO1_DICT(VELMORA_DECLARE_DO1_VALUE)
-  VELMORA_CLI_DO_OPT_DICT(VELMORA_DECLARE_DO1_VALUE)
-  VELMORA_CLI_DO1_ARRAY(VELMORA_DECLARE_DO1_VALUE)
-  VELMORA_CLI_DO1_DICTOPT(VELMORA_DECLARE_DO1_DICTOPT)
-  VELMORA_CLI_DO_TEXT(VELMORA_DECLARE_DO_TEXT)
-  VELMORA_CLI_DO1_TEXT(VELMORA_DECLARE_DO1_TEXT)
-  VELMORA_CLI_DO_QUOTED(VELMORA_DECLARE_DO_QUOTED)
-  VELMORA_CLI_DATA_QUOTED(VELMORA_DECLARE_DATA_QUOTED)
-  VELMORA_CLI_DO_SKIN(VELMORA_DECLARE_DO_SKIN)
-  VELMORA_CLI_DATA_SKIN(VELMORA_DECLARE_DATA_SKIN)
-#undef VELMORA_DECLARE_DATA0
-#undef VELMORA_DECLARE_DO0
-#undef VELMORA_DECLARE_DATA1
-#undef VELMORA_DECLARE_DO1
-#undef VELMORA_DECLARE_DATA_OPT
-#undef VELMORA_DECLARE_DO_OPT
-#undef VELMORA_DECLARE_DATA_KW
-#undef VELMORA_DECLARE_DATA_KWOPT
-#undef VELMORA_DECLARE_DO_KW
-#undef VELMORA_DECLARE_DO_KWOPT
-#undef VELMORA_DECLARE_DO_VALUE
-#undef VELMORA_DECLARE_DO1_VALUE
-#undef VELMORA_DECLARE_DO1_DICTOPT
-#undef VELMORA_DECLARE_DO_TEXT
-#undef VELMORA_DECLARE_DO1_TEXT
-#undef VELMORA_DECLARE_DO_QUOTED
-#undef VELMORA_DECLARE_DATA_QUOTED
-#undef VELMORA_DECLARE_DO_SKIN
-#undef VELMORA_DECLARE_DATA_SKIN
 
   // The commands with a line of their own. An empty acting account (`auth`) adds no AUTH part.
   void CreateAccount(const std::string& account, const DataSet& settings = DataSet(),
@@ -235,14 +187,12 @@ class CLISession : public kvs::sock::socket {
   void open(const std::string& host, std::uint16_t port, const std::string& user,
             const std::string& password, std::uint32_t method);
   void login(const std::string& user, const std::string& password, std::uint32_t method);
-  // One answer's raw text: chunks until the text ends with a line feed. Lines that came along
-  // behind the first are kept for the next read.
+  // One answer's raw text, up to and with its line feed.
   std::string readAnswerText();
 
   int lastCode_ = 0;
   std::string lastStatus_;
   std::string lastData_;
-  std::string pending_;
 };
 
 }  // namespace cgp

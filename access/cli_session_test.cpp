@@ -2,6 +2,7 @@
 // pieces, a server that hangs up, the login test and the messages shown for errors.
 #include "access/cli_session.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -238,8 +239,22 @@ TEST(CliSession, MessagesForErrors) {
             "CLI module reported: Unknown account");
   EXPECT_EQ(CLISession::describe(kvs::InvalidLoginException("Invalid username or password")),
             "Invalid username or password");
-  EXPECT_EQ(CLISession::describe(kvs::Exception("odd")), "Unhandled error");
-  EXPECT_EQ(CLISession::describe(kvs::PortAlreadyUsedException()), "Unhandled error");
+  // Every other error, protocol errors with a text of their own included.
+  const std::vector<std::function<void()>> others = {
+      [] { throw kvs::Exception("odd"); },
+      [] { throw kvs::PortAlreadyUsedException(); },
+      [] { throw kvs::InvalidServerPromptException("200 CLI ready no stamp"); },
+      [] { throw kvs::InvalidServerResponseException(" 200 OK"); },
+      [] { throw kvs::ProtocolException("invalid or missing argument"); },
+      [] { throw kvs::UnableToResolveAddressException("Invalid IP address"); },
+  };
+  for (const auto& raise : others) {
+    try {
+      raise();
+    } catch (const kvs::Exception& e) {
+      EXPECT_EQ(CLISession::describe(e), "Unhandled error") << e.what();
+    }
+  }
 }
 
 }  // namespace

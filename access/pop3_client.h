@@ -42,9 +42,9 @@ class client : private noncopyable {
   [[nodiscard]] const std::string& greeting() const { return greeting_; }
 
  private:
-  // Reads one status line into lastResponse_; true for "+OK". On failure with `quitOnFailure`
-  // the session is ended (QUIT, close).
-  bool readStatus(bool quitOnFailure);
+  // Reads one status line into lastResponse_ (and, untrimmed, into `line`); true for "+OK". On
+  // failure with `quitOnFailure` the session is ended (QUIT, close).
+  bool readStatus(bool quitOnFailure, std::string* line = nullptr);
   void require(State wanted) const;
   void quit();
 
@@ -52,7 +52,6 @@ class client : private noncopyable {
   std::uint32_t state_ = kClosed;
   std::string lastResponse_;
   std::string greeting_;
-  std::string pending_;        // bytes received behind the last status line
   bool dropLineFeed_ = false;  // the last RETR ended on a CR whose LF has not come yet
 };
 

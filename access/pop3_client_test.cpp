@@ -21,6 +21,11 @@ using testing_server::receive;
 using testing_server::ScriptedServer;
 using testing_server::send;
 
+void connectTo(client& pop, std::uint16_t port) {
+  pop.setTimeouts(5000, 0);
+  pop.connect("127.0.0.1", port);
+}
+
 TEST(Pop3Client, PlainSessionFromGreetingToQuit) {
   ScriptedServer server({send("+OK POP3 ready\r\n"), receive(), send("+OK\r\n"), receive(),
                          send("+OK logged in\r\n"), receive(), send("+OK 2 320\r\n"), receive(),
@@ -29,8 +34,7 @@ TEST(Pop3Client, PlainSessionFromGreetingToQuit) {
                          send("\n..\r\n\r\nend\r\n.\r\n"), receive(), send("+OK deleted\r\n"),
                          receive(), send("+OK bye\r\n")});
   client pop;
-  pop.setTimeouts(5000, 0);
-  pop.connect("127.0.0.1", server.port());
+  connectTo(pop, server.port());
   EXPECT_EQ(pop.state(), client::kAuthorization);
   EXPECT_EQ(pop.greeting(), "+OK POP3 ready");
   pop.login("alice", "secret");
@@ -56,8 +60,7 @@ TEST(Pop3Client, FinalLineEndSplitAcrossReceives) {
                          pause(30), send("\n"), pause(30), send("+OK deleted\r\n"), receive(),
                          send("+OK bye\r\n")});
   client pop;
-  pop.setTimeouts(5000, 0);
-  pop.connect("127.0.0.1", server.port());
+  connectTo(pop, server.port());
   pop.login("alice", "secret");
   std::ostringstream message;
   pop.retrieve(1, message);
@@ -69,12 +72,41 @@ TEST(Pop3Client, FinalLineEndSplitAcrossReceives) {
             (std::vector<std::string>{"USER alice", "PASS secret", "RETR 1", "DELE 1", "QUIT"}));
 }
 
+// The status line of RETR ends like every message line: at CR LF, a lone CR or a lone LF.
+// What follows a lone CR in the same receive is already the message.
+TEST(Pop3Client, RetrieveStatusLineEndsAtAnyLineEnd) {
+  struct Case {
+    const char* answer;
+    const char* stored;
+  } cases[] = {
+      {"+OK msg\rline1\r\nline2\r\n.\r\n", "line1\nline2\n"},
+      {"+OK msg\r\r\nline2\r\n.\r\n", "\nline2\n"},
+      {"+OK msg\r..dot\rlast\n.\r\n", ".dot\nlast\n"},
+      {"+OK msg\n.\r\n", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.answer);
+    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
+                           send("+OK\r\n"), receive(), send(c.answer), receive(),
+                           send("+OK deleted\r\n"), receive(), send("+OK bye\r\n")});
+    client pop;
+    connectTo(pop, server.port());
+    pop.login("a", "b");
+    std::ostringstream message;
+    pop.retrieve(1, message);
+    EXPECT_EQ(message.str(), c.stored);
+    EXPECT_TRUE(pop.remove(1));
+    pop.close();
+    EXPECT_EQ(server.finish(),
+              (std::vector<std::string>{"USER a", "PASS b", "RETR 1", "DELE 1", "QUIT"}));
+  }
+}
+
 TEST(Pop3Client, ApopUsesTheGreetingStamp) {
   ScriptedServer server({send("+OK ready <1896.697170952@dbc.mtview.ca.us>\r\n"), receive(),
                          send("+OK\r\n"), receive(), send("+OK bye\r\n")});
   client pop;
-  pop.setTimeouts(5000, 0);
-  pop.connect("127.0.0.1", server.port());
+  connectTo(pop, server.port());
   pop.login("mrose", "tanstaaf", true);
   pop.close();
   // The digest of RFC 1939's own example.
@@ -86,8 +118,7 @@ TEST(Pop3Client, DestructionSendsQuit) {
   ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK bye\r\n")});
   {
     client pop;
-    pop.setTimeouts(5000, 0);
-    pop.connect("127.0.0.1", server.port());
+    connectTo(pop, server.port());
   }
   EXPECT_EQ(server.finish(), (std::vector<std::string>{"QUIT"}));
 }
@@ -97,8 +128,7 @@ TEST(Pop3Client, WrongStateSendsNothing) {
   client pop;
   std::ostringstream out;
   EXPECT_THROW(pop.login("a", "b"), kvs::ProtocolException);
-  pop.setTimeouts(5000, 0);
-  pop.connect("127.0.0.1", server.port());
+  connectTo(pop, server.port());
   EXPECT_THROW(pop.count(), kvs::ProtocolException);
   EXPECT_THROW(pop.retrieve(1, out), kvs::ProtocolException);
   EXPECT_THROW(pop.remove(1), kvs::ProtocolException);
@@ -111,9 +141,8 @@ TEST(Pop3Client, Failures) {
     SCOPED_TRACE("bad greeting");
     ScriptedServer server({send("-ERR too busy\r\n"), receive(), send("+OK\r\n")});
     client pop;
-    pop.setTimeouts(5000, 0);
     try {
-      pop.connect("127.0.0.1", server.port());
+      connectTo(pop, server.port());
       ADD_FAILURE() << "connected";
     } catch (const kvs::InvalidServerPromptException& e) {
       EXPECT_STREQ(e.what(), "-ERR too busy");
@@ -125,8 +154,7 @@ TEST(Pop3Client, Failures) {
     SCOPED_TRACE("APOP without a stamp");
     ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n")});
     client pop;
-    pop.setTimeouts(5000, 0);
-    pop.connect("127.0.0.1", server.port());
+    connectTo(pop, server.port());
     EXPECT_THROW(pop.login("a", "b", true), kvs::InvalidServerPromptException);
   }
   {
@@ -135,8 +163,7 @@ TEST(Pop3Client, Failures) {
                            send("-ERR [AUTH] Authentication failed.\r\n"), receive(),
                            send("+OK\r\n")});
     client pop;
-    pop.setTimeouts(5000, 0);
-    pop.connect("127.0.0.1", server.port());
+    connectTo(pop, server.port());
     try {
       pop.login("a", "b");
       ADD_FAILURE() << "logged in";
@@ -152,8 +179,7 @@ TEST(Pop3Client, Failures) {
                            send("-ERR no such message\r\n"), receive(), send("-ERR gone\r\n"),
                            receive(), send("+OK\r\n")});
     client pop;
-    pop.setTimeouts(5000, 0);
-    pop.connect("127.0.0.1", server.port());
+    connectTo(pop, server.port());
     pop.login("a", "b");
     std::ostringstream out;
     EXPECT_THROW(pop.count(), kvs::InvalidServerResponseException);
@@ -171,8 +197,7 @@ TEST(Pop3Client, Failures) {
     ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
                            send("+OK\r\n"), receive(), send("+OK\r\nfirst\r\nsec"), hangUp()});
     client pop;
-    pop.setTimeouts(5000, 0);
-    pop.connect("127.0.0.1", server.port());
+    connectTo(pop, server.port());
     pop.login("a", "b");
     std::ostringstream out;
     EXPECT_THROW(pop.retrieve(1, out), kvs::ConnectionResetException);

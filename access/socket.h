@@ -33,23 +33,33 @@ struct host_entry {
   std::vector<std::uint32_t> addresses;
 };
 
-// Starts the platform's socket library once per process (Winsock 1.1; nothing on POSIX).
-// A failure throws kvs::SocketException when asked, else returns false.
+// Starts the platform's socket library once per process (Winsock 1.1; nothing on POSIX); it
+// stops when the process ends. A failure throws kvs::SocketException when asked, else returns
+// false, and the next call tries again.
 bool startup(bool throwOnError = false);
-// Undoes startup() if it succeeded; the next startup() starts the library again.
-void cleanup();
 
-// The endpoint host:port without any name lookup. The host must be a dotted IPv4 address;
-// anything else throws kvs::UnableToResolveAddressException ("Invalid IP address", or
-// "Invalid IP Address" for an empty host).
+// The endpoint host:port without any name lookup. The host must be a dotted IPv4 address in
+// the classic forms ("127.1", octal "010.0.0.1", hexadecimal "0x7f.1"); anything else throws
+// kvs::UnableToResolveAddressException ("Invalid IP address", or "Invalid IP Address" for an
+// empty host).
 [[nodiscard]] address makeAddress(const std::string& host, std::uint16_t port);
 
 // Looks a host name up with the platform resolver, IPv4 only. Throws
 // kvs::UnableToResolveAddressException when nothing resolves.
 [[nodiscard]] ptr<host_entry> resolve(const std::string& name);
 
-// makeAddress for a dotted address, else the first address that resolve() finds.
+// makeAddress for a host meant as a dotted address (its last part begins with a digit), else
+// the first address that resolve() finds.
 [[nodiscard]] address resolveAddress(const std::string& host, std::uint16_t port);
+
+// For the clients that read their servers' answer lines: the line without the blanks
+// " \t\r\n" at either end; the text of a refused login, with the server's words in
+// parentheses when there are any; the digest of a challenge login (MD5 of the greeting's stamp,
+// from its first "<" to the next ">", followed by the password, in lower-case hexadecimal;
+// empty when the greeting has no stamp).
+[[nodiscard]] std::string trimBlanks(std::string_view line);
+[[nodiscard]] std::string loginRefusal(std::string_view detail);
+[[nodiscard]] std::string stampDigest(std::string_view greeting, std::string_view password);
 
 class socket;
 
@@ -84,12 +94,15 @@ class socket : private noncopyable {
   bool acceptConnection(socket& into, address& peer, std::uint32_t receiveTimeout);
 
   bool sendLine(std::string_view text, bool addCrlf = true, bool throwOnError = false);
-  // Up to 4096 bytes, whatever one receive brings; replaces `out`.
+  // Replaces `out` with the bytes the line reader holds, or else with up to 4096 bytes, whatever
+  // one receive brings.
   bool receiveChunk(std::string& out, bool throwOnError = false);
+  // Hands bytes back: the next read starts with them.
+  void putBack(std::string_view bytes) { buffer_.insert(0, bytes); }
   // Up to `count` bytes without consuming them.
   bool peek(std::string& out, std::size_t count, bool throwOnError = false);
-  // One line ended by LF; a CR right before the LF is dropped.
-  bool receiveLine(std::string& out, bool throwOnError = false);
+  // One line ended by LF; a CR right before the LF is dropped, unless the line end is kept.
+  bool receiveLine(std::string& out, bool throwOnError = false, bool keepLineEnd = false);
 
   // True when nothing arrived to read within `milliseconds`.
   bool nothingToRead(std::uint32_t milliseconds);

@@ -7,11 +7,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "access/cli_session.h"
+#include "access/pop3_client.h"
 #include "access/scripted_server.h"
 #include "kvs/exception.h"
 
@@ -70,6 +73,26 @@ TEST(SocketLines, ChunksBecomeLines) {
       EXPECT_EQ(line, expected);
     }
   }
+}
+
+// Line and chunk reads share one buffer: bytes behind a line come before anything received
+// later, and bytes handed back come first of all.
+TEST(SocketLines, LinesChunksAndBytesPutBackKeepTheirOrder) {
+  ScriptedServer server({send("one\r\ntwo\nrest"), pause(30), send("later\n")});
+  socket s(3000, 0);
+  connectTo(s, server.port());
+  std::string text;
+  ASSERT_TRUE(s.receiveLine(text, true, true));
+  EXPECT_EQ(text, "one\r\n");
+  ASSERT_TRUE(s.receiveLine(text, true));
+  EXPECT_EQ(text, "two");
+  ASSERT_TRUE(s.receiveChunk(text, true));
+  EXPECT_EQ(text, "rest");
+  s.putBack("back\n");
+  ASSERT_TRUE(s.receiveLine(text, true));
+  EXPECT_EQ(text, "back");
+  ASSERT_TRUE(s.receiveLine(text, true));
+  EXPECT_EQ(text, "later");
 }
 
 TEST(SocketLines, PeerClosingMidLineFailsTheRead) {
@@ -292,17 +315,32 @@ TEST(SocketCreate, InvalidHandleSurfacesAtConnect) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
+// The classic dotted forms: one to four parts, each decimal, octal (leading 0) or hexadecimal
+// (0x); the last part fills the bytes that are left.
 TEST(SocketAddress, DottedAddressesOnly) {
   const kvs::sock::address a = kvs::sock::makeAddress("127.0.0.1", 106);
   EXPECT_EQ(a.family, 2);
-  const auto* ip = reinterpret_cast<const unsigned char*>(&a.ip);
-  EXPECT_EQ(ip[0], 127);
-  EXPECT_EQ(ip[3], 1);
   const auto* port = reinterpret_cast<const unsigned char*>(&a.port);
   EXPECT_EQ(port[0] * 256 + port[1], 106);
 
-  const char* malformed[] = {"1.2.3",  "256.1.1.1", "a.b.c.d",  "1.2.3.4.5",
-                             "1..2.3", " 1.2.3.4",  "localhost"};
+  const struct {
+    const char* text;
+    unsigned char bytes[4];
+  } valid[] = {
+      {"127.0.0.1", {127, 0, 0, 1}}, {"127.1", {127, 0, 0, 1}}, {"010.0.0.1", {8, 0, 0, 1}},
+      {"0x7f.1", {127, 0, 0, 1}},    {"1.2.3", {1, 2, 0, 3}},   {"2130706433", {127, 0, 0, 1}},
+      {"1.2.0x1ff", {1, 2, 1, 255}}, {"0.0.0.0", {0, 0, 0, 0}},
+  };
+  for (const auto& v : valid) {
+    SCOPED_TRACE(v.text);
+    const kvs::sock::address got = kvs::sock::makeAddress(v.text, 1);
+    const auto* ip = reinterpret_cast<const unsigned char*>(&got.ip);
+    EXPECT_EQ(std::vector<unsigned char>(ip, ip + 4),
+              std::vector<unsigned char>(v.bytes, v.bytes + 4));
+  }
+
+  const char* malformed[] = {"256.1.1.1", "a.b.c.d",  "1.2.3.4.5", "1..2.3",
+                             " 1.2.3.4",  "08.1.1.1", "localhost"};
   for (const char* text : malformed) {
     SCOPED_TRACE(text);
     try {
@@ -317,6 +355,28 @@ TEST(SocketAddress, DottedAddressesOnly) {
     ADD_FAILURE() << "accepted";
   } catch (const kvs::UnableToResolveAddressException& e) {
     EXPECT_STREQ(e.what(), "Invalid IP Address");
+  }
+}
+
+// A host that is meant as a dotted address (its last part begins with a digit) is never looked
+// up as a name: a malformed one is an invalid address wherever a connection is made.
+TEST(SocketAddress, MalformedDottedAddressIsNotLookedUp) {
+  EXPECT_EQ(kvs::sock::resolveAddress("0x7f.1", 25).ip, kvs::sock::makeAddress("127.0.0.1", 25).ip);
+  const std::vector<std::function<void(const std::string&)>> connects = {
+      [](const std::string& host) { (void)kvs::sock::resolveAddress(host, 1); },
+      [](const std::string& host) { kvs::pop3::client().connect(host, 1); },
+      [](const std::string& host) { cgp::CLISession(host, 1, "u", "p", 0); },
+  };
+  for (const char* host : {"1.2.3.999", "127.0.0.1.5", "1..2", "10.0.0.08"}) {
+    for (std::size_t i = 0; i < connects.size(); ++i) {
+      SCOPED_TRACE(std::string(host) + " #" + std::to_string(i));
+      try {
+        connects[i](host);
+        ADD_FAILURE() << "accepted";
+      } catch (const kvs::UnableToResolveAddressException& e) {
+        EXPECT_STREQ(e.what(), "Invalid IP address");
+      }
+    }
   }
 }
 

@@ -68,6 +68,11 @@ TEST(ToolCli, FailuresToConnectAndLogIn) {
   EXPECT_EQ(r.err,
             "Invalid username or password (go away)\n"
             "Unable to use CLI, please verify your settings\n");
+
+  ScriptedServer noStamp({send("200 CLI ready no stamp\r\n")});
+  r = run(tool({"cli", "--port", std::to_string(noStamp.port()), "ListDomains"}), "", 30);
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_EQ(r.err, "Unhandled error\nUnable to use CLI, please verify your settings\n");
 }
 
 TEST(ToolCli, UsageErrors) {

@@ -94,6 +94,9 @@ int runPop3(const Args& args) {
     }
     pop.close();
     return 0;
+  } catch (const kvs::ProtocolException& e) {
+    // A refusal or an odd greeting: the server's own words, when there are any.
+    std::cerr << (e.getMessage().empty() ? "Unhandled error" : e.getMessage()) << '\n';
   } catch (const kvs::Exception& e) {
     std::cerr << cgp::CLISession::describe(e) << '\n';
   } catch (const std::exception&) {
