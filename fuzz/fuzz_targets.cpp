@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -134,12 +135,9 @@ std::string decodeBytes(Coding coding, std::string_view body, bool hasParent) {
 
 // The scan of a whole file to the header lines the filter answers with.
 std::vector<std::string> scan(MessageScanner& scanner, const std::string& path) {
-  require(scanner.open(path), "the scratch file opens");
-  std::string line;
-  while (scanner.readLine(line)) {
-  }
-  scanner.close();
-  return AttachmentFilter::headerLines(scanner);
+  std::optional<std::vector<std::string>> lines = AttachmentFilter::scan(scanner, path);
+  require(lines.has_value(), "the scratch file opens");
+  return std::move(*lines);
 }
 
 }  // namespace
