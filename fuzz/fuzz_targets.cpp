@@ -19,9 +19,8 @@
 #include "host/helper.h"
 #include "kvs/exception.h"
 #include "scanner/attachment_filter.h"
-#include "scanner/base64_decoder.h"
 #include "scanner/message_scanner.h"
-#include "scanner/quoted_printable_decoder.h"
+#include "scanner/mime_decoder.h"
 #include "scanner/zip_directory.h"
 
 #if defined(__linux__)
@@ -111,13 +110,14 @@ std::unique_ptr<Decoder::MIME::Interface> makeDecoder(Coding coding, scanner::Li
   return std::make_unique<Decoder::MIME::QuotedPrintable>(in, &sink, "--b", "--p", hasParent);
 }
 
-// The body decoded a line run at a time, as the scanner decodes a ZIP part.
+// The body decoded in one pass, as the scanner decodes a ZIP part.
 std::string decodeWhole(Coding coding, std::string_view body, std::size_t block, bool hasParent) {
   scanner::LineReader in(block);
   in.openMemory(body);
   NullSink sink;
   scanner::ImageBuffer image;
-  makeDecoder(coding, in, sink, hasParent)->decodeBody(image);
+  bool emptyBody = true;
+  makeDecoder(coding, in, sink, hasParent)->skipBody(emptyBody, std::string_view::npos, &image);
   return std::string(image.view());
 }
 

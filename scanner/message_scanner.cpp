@@ -6,8 +6,7 @@
 #include <system_error>
 
 #include "kvs/text.h"
-#include "scanner/base64_decoder.h"
-#include "scanner/quoted_printable_decoder.h"
+#include "scanner/mime_decoder.h"
 #include "scanner/zip_directory.h"
 
 namespace {
@@ -152,40 +151,44 @@ bool MessageScanner::skipBody(std::string& next) {
   // decoded on the way, into one buffer sized from what is left of the file, and its directory
   // is read when the part ends, if the message has body text.
   const std::string sentinel = walk_.current.empty() ? std::string() : "--" + walk_.current;
-  Decoder::MIME::Skipper skipper(reader_, this, sentinel);
-  kvs::ptr<Decoder::MIME::Interface> decoder;
+  const Entity& part = walk_.part;
+  kvs::ptr<Decoder::MIME::Interface> body;
   scanner::ImageBuffer image;
-  if (walk_.part.zip) {
+  if (!part.zip) {
+    body = kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Skipper(reader_, this, sentinel));
+  } else {
     const std::int64_t bodyStart = reader_.tell();
     std::error_code error;
     const std::uintmax_t fileSize = std::filesystem::file_size(walk_.path, error);
     const std::uint64_t left =
         error || fileSize < static_cast<std::uintmax_t>(bodyStart) ? 0 : fileSize - bodyStart;
     std::uint64_t estimate = left + 1;
-    if (kvs::startsWithIgnoreCase(walk_.part.encoding, kBase64)) {
-      decoder =
-          kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Base64(reader_, this, sentinel));
+    if (kvs::startsWithIgnoreCase(part.encoding, kBase64)) {
+      body = kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Base64(reader_, this, sentinel));
       estimate = left / 4 * 3 + 3;
-    } else if (kvs::startsWithIgnoreCase(walk_.part.encoding, kQuotedPrintable)) {
-      decoder = kvs::ptr<Decoder::MIME::Interface>(
+    } else if (kvs::startsWithIgnoreCase(part.encoding, kQuotedPrintable)) {
+      body = kvs::ptr<Decoder::MIME::Interface>(
           new Decoder::MIME::QuotedPrintable(reader_, this, sentinel));
+    } else {
+      body =
+          kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Skipper(reader_, this, sentinel));
     }
     image.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
   }
-  skipper.skipBody(walk_.emptyBody, std::max(kStopLineKeep, walk_.longestBoundary + 4),
-                   decoder.get(), walk_.part.zip ? &image : nullptr);
-  if (walk_.part.zip && !walk_.emptyBody) inspectZip(image.view());
+  body->skipBody(walk_.emptyBody, std::max(kStopLineKeep, walk_.longestBoundary + 4),
+                 part.zip ? &image : nullptr);
+  if (part.zip && !walk_.emptyBody) inspectZip(image.view());
   walk_.part = Entity();
-  next = skipper.stopLine();
+  next = body->stopLine();
   // At the end of the file, or at a closing boundary line, no new part follows: the enclosing
   // boundary comes back.
   const bool newPart =
-      !skipper.ended() && !kvs::startsWithIgnoreCase(next, "--" + walk_.current + "--");
+      !body->ended() && !kvs::startsWithIgnoreCase(next, "--" + walk_.current + "--");
   if (!newPart && !walk_.stack.empty()) {
     walk_.current = std::move(walk_.stack.back());
     walk_.stack.pop_back();
   }
-  return !skipper.ended();
+  return !body->ended();
 }
 
 void MessageScanner::inspectZip(std::string_view image) {

@@ -3,9 +3,8 @@
 #include <string_view>
 
 #include "kvs/text.h"
-#include "scanner/base64_decoder.h"
 #include "scanner/message_scanner.h"
-#include "scanner/quoted_printable_decoder.h"
+#include "scanner/mime_decoder.h"
 #include "scanner/zip_directory.h"
 
 namespace {
