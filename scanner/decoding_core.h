@@ -27,8 +27,8 @@ struct Base64Group {  // the significant characters of the group being collected
 
 // Decodes [p, e) into `out`, which has room for (e - p) / 4 * 3 + 3 bytes, and moves `out` past
 // what it wrote. Returns where it stopped: at e, or (with `stop` set) just after a group that
-// yielded no byte, which ends the decoding. `wide` false: the plain loop alone, the reference the
-// wide path is held to.
+// yielded no byte, which ends the decoding. `wide` false: the plain loop alone, one character at
+// a time, the reference the faster paths (whole groups, SSSE3 blocks) are held to.
 const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, Base64Group& g,
                                char*& out, bool& stop, const Complain& complain, bool wide = true);
 

@@ -1,5 +1,5 @@
 // The byte rules of the two decodings on their own: each input fed whole and cut into chunks of
-// a few bytes (the state carried between them), the base64 wide path held to the plain loop.
+// a few bytes (the state carried between them), the base64 fast paths held to the plain loop.
 #include "scanner/decoding_core.h"
 
 #include <gtest/gtest.h>
@@ -107,8 +107,8 @@ TEST(Base64Core, Cases) {
   }
 }
 
-TEST(Base64Core, WidePathAgreesWithThePlainLoop) {
-  // Long plain runs (taken sixteen at a time) broken by every kind of oddity.
+TEST(Base64Core, FastPathsAgreeWithThePlainLoop) {
+  // Long plain runs (taken sixteen and four at a time) broken by every kind of oddity.
   std::mt19937 random(99);
   const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   const std::string odd[] = {"=", "{", " ", "\r\n", "\t", "*", "-", "\x80", "\xFF", "\n", "."};
