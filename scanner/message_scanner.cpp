@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "kvs/ptr.h"
 #include "kvs/text.h"
 #include "scanner/mime_decoder.h"
 #include "scanner/zip_directory.h"
@@ -152,27 +153,24 @@ bool MessageScanner::skipBody(std::string& next) {
   // is read when the part ends, if the message has body text.
   const std::string sentinel = walk_.current.empty() ? std::string() : "--" + walk_.current;
   const Entity& part = walk_.part;
-  kvs::ptr<Decoder::MIME::Interface> body;
-  scanner::ImageBuffer image;
-  if (!part.zip) {
-    body = kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Skipper(reader_, this, sentinel));
+  const bool base64 = part.zip && kvs::startsWithIgnoreCase(part.encoding, kBase64);
+  Decoder::MIME::Interface* reader = nullptr;
+  if (base64) {
+    reader = new Decoder::MIME::Base64(reader_, this, sentinel);
+  } else if (part.zip && kvs::startsWithIgnoreCase(part.encoding, kQuotedPrintable)) {
+    reader = new Decoder::MIME::QuotedPrintable(reader_, this, sentinel);
   } else {
+    reader = new Decoder::MIME::Skipper(reader_, this, sentinel);
+  }
+  const kvs::ptr<Decoder::MIME::Interface> body(reader);
+  scanner::ImageBuffer image;
+  if (part.zip) {
     const std::int64_t bodyStart = reader_.tell();
     std::error_code error;
     const std::uintmax_t fileSize = std::filesystem::file_size(walk_.path, error);
     const std::uint64_t left =
         error || fileSize < static_cast<std::uintmax_t>(bodyStart) ? 0 : fileSize - bodyStart;
-    std::uint64_t estimate = left + 1;
-    if (kvs::startsWithIgnoreCase(part.encoding, kBase64)) {
-      body = kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Base64(reader_, this, sentinel));
-      estimate = left / 4 * 3 + 3;
-    } else if (kvs::startsWithIgnoreCase(part.encoding, kQuotedPrintable)) {
-      body = kvs::ptr<Decoder::MIME::Interface>(
-          new Decoder::MIME::QuotedPrintable(reader_, this, sentinel));
-    } else {
-      body =
-          kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Skipper(reader_, this, sentinel));
-    }
+    const std::uint64_t estimate = base64 ? left / 4 * 3 + 3 : left + 1;
     image.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
   }
   body->skipBody(walk_.emptyBody, std::max(kStopLineKeep, walk_.longestBoundary + 4),

@@ -2,14 +2,12 @@
 // their unfolding, the boundary stack, the body skipper, attachment names and ZIP parts.
 #pragma once
 
-#include <cstdint>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "kvs/ptr.h"
-#include "scanner/image_buffer.h"
+#include "kvs/noncopyable.h"
 #include "scanner/line_reader.h"
 #include "scanner/mime_decoder.h"
 
