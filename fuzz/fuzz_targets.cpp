@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,9 +19,8 @@
 #include "host/helper.h"
 #include "kvs/exception.h"
 #include "scanner/attachment_filter.h"
-#include "scanner/base64_decoder.h"
 #include "scanner/message_scanner.h"
-#include "scanner/quoted_printable_decoder.h"
+#include "scanner/mime_decoder.h"
 #include "scanner/zip_directory.h"
 
 #if defined(__linux__)
@@ -110,13 +110,14 @@ std::unique_ptr<Decoder::MIME::Interface> makeDecoder(Coding coding, scanner::Li
   return std::make_unique<Decoder::MIME::QuotedPrintable>(in, &sink, "--b", "--p", hasParent);
 }
 
-// The body decoded a line run at a time, as the scanner decodes a ZIP part.
+// The body decoded in one pass, as the scanner decodes a ZIP part.
 std::string decodeWhole(Coding coding, std::string_view body, std::size_t block, bool hasParent) {
   scanner::LineReader in(block);
   in.openMemory(body);
   NullSink sink;
   scanner::ImageBuffer image;
-  makeDecoder(coding, in, sink, hasParent)->decodeBody(image);
+  bool emptyBody = true;
+  makeDecoder(coding, in, sink, hasParent)->skipBody(emptyBody, std::string_view::npos, &image);
   return std::string(image.view());
 }
 
@@ -134,12 +135,9 @@ std::string decodeBytes(Coding coding, std::string_view body, bool hasParent) {
 
 // The scan of a whole file to the header lines the filter answers with.
 std::vector<std::string> scan(MessageScanner& scanner, const std::string& path) {
-  require(scanner.open(path), "the scratch file opens");
-  std::string line;
-  while (scanner.readLine(line)) {
-  }
-  scanner.close();
-  return AttachmentFilter::headerLines(scanner);
+  std::optional<std::vector<std::string>> lines = AttachmentFilter::scan(scanner, path);
+  require(lines.has_value(), "the scratch file opens");
+  return std::move(*lines);
 }
 
 }  // namespace

@@ -9,7 +9,13 @@
 AttachmentFilter::AttachmentFilter() : cgp::ExtFilter(false) {}
 AttachmentFilter::~AttachmentFilter() = default;
 
-std::vector<std::string> AttachmentFilter::headerLines(const MessageScanner& scanner) {
+std::optional<std::vector<std::string>> AttachmentFilter::scan(MessageScanner& scanner,
+                                                               const std::string& path) {
+  if (!scanner.open(path)) return std::nullopt;
+  std::string line;
+  while (scanner.readLine(line)) {
+  }
+  scanner.close();
   std::vector<std::string> lines;
   lines.reserve(scanner.results().size() + 2);
   for (const std::string& finding : scanner.results()) lines.push_back("X-AttachExt: " + finding);
@@ -20,16 +26,13 @@ std::vector<std::string> AttachmentFilter::headerLines(const MessageScanner& sca
 
 cgp::Verdict AttachmentFilter::filterMessage(int, const std::string& path) {
   // The path is handed on as a C string: it ends at its first NUL byte.
-  if (!messageScanner_.open(std::string(path.c_str()))) {
+  std::optional<std::vector<std::string>> lines = scan(messageScanner_, path.c_str());
+  if (!lines) {
     // The file went away (or was locked) after the engine's own check: accept the message.
     kvs::outline() << "* Unexpected error, contact Korvantis";
     return {cgp::Verdict::OK, {}};
   }
-  std::string line;
-  while (messageScanner_.readLine(line)) {
-  }
-  messageScanner_.close();
-  return {cgp::Verdict::ADDHEADER, headerLines(messageScanner_)};
+  return {cgp::Verdict::ADDHEADER, std::move(*lines)};
 }
 
 int AttachmentFilter::run(int argc, char** argv) {

@@ -1,6 +1,7 @@
 // The program's filter: walks each queued message and answers with the attachment findings.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,10 @@ class AttachmentFilter : public cgp::ExtFilter {
   // Banner, program directory, the command loop; the process's exit code.
   int run(int argc, char** argv);
 
-  // The header lines for what a finished scan found, in the order the server gets them.
-  [[nodiscard]] static std::vector<std::string> headerLines(const MessageScanner& scanner);
+  // Walks the file through `scanner` and gives the header lines for what it found, in the order
+  // the server gets them; nothing when the file cannot be opened.
+  [[nodiscard]] static std::optional<std::vector<std::string>> scan(MessageScanner& scanner,
+                                                                    const std::string& path);
 
   std::string programDirectory;
 

@@ -61,58 +61,13 @@ bool LineReader::refill() {
   return n > 0;
 }
 
-bool LineReader::next(std::string_view& line) {
+bool LineReader::next(std::string_view& line, std::size_t keep) {
   bool spilled = false;
   std::size_t scanned = 0;  // bytes after begin_ already known to hold no line feed
-  char* const base = buffer_.data();
-  for (;;) {
-    const char* lf = static_cast<const char*>(
-        std::memchr(base + begin_ + scanned, '\n', end_ - begin_ - scanned));
-    if (lf != nullptr) {
-      const std::size_t len = static_cast<std::size_t>(lf - (base + begin_));
-      if (spilled) {
-        long_.append(base + begin_, len);
-        if (!long_.empty() && long_.back() == '\r') long_.pop_back();
-        line = long_;
-      } else {
-        line = std::string_view(base + begin_, len);
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-      }
-      begin_ += len + 1;
-      hadNewline_ = true;
-      return true;
-    }
-    scanned = end_ - begin_;
-    if (begin_ == 0 && end_ == buffer_.size()) {
-      // The line does not fit: it moves to a buffer of its own.
-      if (!spilled) long_.clear();
-      long_.append(base, end_);
-      bufferPos_ += static_cast<std::int64_t>(end_);
-      begin_ = end_ = scanned = 0;
-      spilled = true;
-    }
-    if (!refill()) {
-      if (!spilled && begin_ == end_) return false;
-      if (spilled) {
-        long_.append(base + begin_, end_ - begin_);
-        line = long_;
-      } else {
-        line = std::string_view(base + begin_, end_ - begin_);
-      }
-      begin_ = end_;
-      hadNewline_ = false;
-      return true;
-    }
-  }
-}
-
-bool LineReader::skip(std::string_view& head, std::size_t keep, bool& hasBytes) {
-  bool spilled = false;
-  std::size_t scanned = 0;
   std::uint64_t total = 0;  // bytes of the line moved out of the buffer so far
   char last = 0;            // the last of them
   char* const base = buffer_.data();
-  auto keepFrom = [&](const char* p, std::size_t n) {
+  auto spill = [&](const char* p, std::size_t n) {
     if (long_.size() < keep) long_.append(p, std::min(n, keep - long_.size()));
     if (n > 0) last = p[n - 1];
     total += n;
@@ -124,37 +79,38 @@ bool LineReader::skip(std::string_view& head, std::size_t keep, bool& hasBytes) 
       const std::size_t len = static_cast<std::size_t>(lf - (base + begin_));
       hadNewline_ = true;
       if (!spilled) {
-        head = std::string_view(base + begin_, len);
-        if (!head.empty() && head.back() == '\r') head.remove_suffix(1);
-        hasBytes = !head.empty();
-        if (head.size() > keep) head = head.substr(0, keep);
+        line = std::string_view(base + begin_, len);
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (line.size() > keep) line = line.substr(0, keep);
         begin_ += len + 1;
         return true;
       }
-      keepFrom(base + begin_, len);
+      spill(base + begin_, len);
       begin_ += len + 1;
       if (last == '\r') --total;  // the CR of a CR LF line end
       if (long_.size() > total) long_.resize(static_cast<std::size_t>(total));
-      hasBytes = total > 0;
-      head = long_;
+      line = long_;
       return true;
     }
     scanned = end_ - begin_;
     if (begin_ == 0 && end_ == buffer_.size()) {
+      // The line does not fit: it moves to a buffer of its own.
       if (!spilled) long_.clear();
-      keepFrom(base, end_);
+      spill(base, end_);
       bufferPos_ += static_cast<std::int64_t>(end_);
       begin_ = end_ = scanned = 0;
       spilled = true;
     }
     if (!refill()) {
       if (!spilled && begin_ == end_) return false;
-      if (!spilled) long_.clear();
-      keepFrom(base + begin_, end_ - begin_);
-      begin_ = end_;
       hadNewline_ = false;
-      hasBytes = total > 0;
-      head = long_;
+      if (!spilled) {
+        line = std::string_view(base + begin_, std::min(end_ - begin_, keep));
+      } else {
+        spill(base + begin_, end_ - begin_);
+        line = long_;
+      }
+      begin_ = end_;
       return true;
     }
   }

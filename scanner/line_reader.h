@@ -28,12 +28,10 @@ class LineReader : private kvs::noncopyable {
   void close();
   [[nodiscard]] bool isOpen() const { return file_.isOpen() || memoryOpen_; }
 
-  // The next line without its line end; false at the end of the input. The view stays valid
-  // until the next call. A line longer than the block is assembled in a buffer of its own.
-  bool next(std::string_view& line);
-  // The next line, keeping only its first `keep` bytes in `head`; `hasBytes` tells whether the
-  // line held any byte at all. Never holds more than `keep` bytes of a long line.
-  bool skip(std::string_view& head, std::size_t keep, bool& hasBytes);
+  // The next line without its line end, of which only the first `keep` bytes are kept (a long
+  // line is never held whole unless asked for); false at the end of the input. The view stays
+  // valid until the next call.
+  bool next(std::string_view& line, std::size_t keep = std::string_view::npos);
   // The complete lines next in the buffer, up to the first that begins with `first`: a run to
   // consume whole, or empty when there is none (the next line begins so, does not fit in the
   // buffer, or the input has ended); then read line by line.
@@ -63,7 +61,7 @@ class LineReader : private kvs::noncopyable {
   std::int64_t bufferPos_ = 0;  // file position of buffer_[0]
   bool eof_ = false;
   bool hadNewline_ = false;
-  std::string long_;  // a line that does not fit in the buffer, or the head of a skipped one
+  std::string long_;  // (the kept head of) a line that does not fit in the buffer
 };
 
 }  // namespace scanner

@@ -6,8 +6,8 @@
 #include <system_error>
 
 #include "kvs/ascii.h"
-#include "scanner/base64_decoder.h"
-#include "scanner/quoted_printable_decoder.h"
+#include "kvs/ptr.h"
+#include "scanner/mime_decoder.h"
 #include "scanner/zip_directory.h"
 
 namespace {
@@ -19,11 +19,6 @@ constexpr std::size_t kStopLineKeep = 4096;
 // the buffer grows beyond it when it must.
 constexpr std::uint64_t kImageReserveLimit = 256u << 20;
 
-bool endsWithIgnoreCase(std::string_view text, std::string_view suffix) {
-  return text.size() >= suffix.size() &&
-         kvs::equalsIgnoreCase(text.substr(text.size() - suffix.size()), suffix);
-}
-
 }  // namespace
 
 MessageScanner::MessageScanner(std::size_t blockSize) : reader_(blockSize) {}
@@ -31,42 +26,23 @@ MessageScanner::MessageScanner(std::size_t blockSize) : reader_(blockSize) {}
 MessageScanner::~MessageScanner() = default;
 
 void MessageScanner::addDiagnostic(const std::string& text) {
-  diagnostics_.insert(text);
+  walk_.diagnostics.insert(text);
 }
 
 bool MessageScanner::open(const std::string& path) {
-  results_.clear();
-  diagnostics_.clear();
-  recipients_.clear();
-  sender_.clear();
-  message_.clear();
-  part_.clear();
-  skipping_ = false;
-  skipper_ = nullptr;
-  decoder_ = nullptr;
-  capturing_ = false;
-  image_ = scanner::ImageBuffer();
-  pending_ = false;
-  lookAhead_.clear();
-  lineCount_ = 0;
-  bodyStart_ = 0;
-  block_ = Block::TopLevel;
-  while (!stack_.empty()) {
-    diagnostics_.insert("Orphaned part boundary on stack :" + stack_.back());
-    stack_.pop_back();
+  const std::vector<std::string> orphans = std::move(walk_.stack);
+  walk_ = Walk();
+  for (auto it = orphans.rbegin(); it != orphans.rend(); ++it) {
+    walk_.diagnostics.insert("Orphaned part boundary on stack :" + *it);
   }
-  current_.clear();
-  longestBoundary_ = 0;
-
   reader_.close();
   if (!reader_.open(path)) {
-    diagnostics_.insert("Can't find/open the file: " + path);
+    walk_.diagnostics.insert("Can't find/open the file: " + path);
     return false;
   }
-  path_ = path;
-  isMbox_ = endsWithIgnoreCase(path, ".mbox");
-  messageCount_ = isMbox_ ? 0 : 1;
-  emptyBody_ = true;
+  walk_.path = path;
+  walk_.isMbox = kvs::toLower(path).ends_with(".mbox");
+  walk_.messageCount = walk_.isMbox ? 0 : 1;
   readEnvelope();
   return true;
 }
@@ -89,9 +65,9 @@ void MessageScanner::readEnvelope() {
       if (gt != std::string_view::npos) {
         std::string address = kvs::toLower(line.substr(lt + 1, gt - lt - 1));
         if (line[0] == 'P') {
-          sender_ = std::move(address);
+          walk_.sender = std::move(address);
         } else {
-          recipients_.insert(std::move(address));
+          walk_.recipients.insert(std::move(address));
         }
       }
     }
@@ -100,96 +76,137 @@ void MessageScanner::readEnvelope() {
 
 void MessageScanner::close() {
   reader_.close();
-  messageCount_ = 0;
+  walk_.messageCount = 0;
 }
 
 bool MessageScanner::readLine(std::string& line) {
-  while (nextWalkLine(line)) walkLine(line);
+  std::string next;
+  for (bool more = readNext(line); more; line.swap(next)) more = walkLine(line, next);
   return false;
 }
 
-bool MessageScanner::nextWalkLine(std::string& line) {
-  if (!pending_ && skipping_) finishBody();
-  if (pending_) {
-    line.swap(lookAhead_);
-    pending_ = false;
-    return true;
-  }
+bool MessageScanner::readNext(std::string& next) {
   std::string_view view;
   if (!reader_.next(view)) return false;
-  line.assign(view);
+  next.assign(view);
   return true;
 }
 
-void MessageScanner::startBody() {
-  bodyStart_ = reader_.tell();
-  skipper_ = kvs::ptr<Decoder::MIME::Skipper>(new Decoder::MIME::Skipper(
-      reader_, this, current_.empty() ? std::string() : "--" + current_));
-  skipping_ = true;
-  if (part_.zip) startZipCapture();
-}
-
-void MessageScanner::finishBody() {
-  // The body of the current entity is consumed; its boundary line, if any, becomes the line.
-  skipper_->skipBody(emptyBody_, std::max(kStopLineKeep, longestBoundary_ + 4), decoder_.get(),
-                     capturing_ ? &image_ : nullptr);
-  skipping_ = false;
-  if (capturing_ && !emptyBody_) inspectZip();
-  capturing_ = false;
-  decoder_ = nullptr;
-  image_ = scanner::ImageBuffer();
-  part_.clear();
-  std::string& line = lookAhead_;
-  line = skipper_->stopLine();
-  const bool atEnd = skipper_->ended();
-  skipper_ = nullptr;
-  const bool newPart = !atEnd && !kvs::startsWithIgnoreCase(line, "--" + current_ + "--");
-  if (!newPart && !stack_.empty()) {
-    current_ = std::move(stack_.back());
-    stack_.pop_back();
+bool MessageScanner::walkLine(std::string& line, std::string& next) {
+  line.resize(kvs::trimRight(line).size());
+  const bool inHeader = walk_.block != Block::None;
+  if (inHeader && line.empty()) return endHeaderBlock(next);
+  const bool more = inHeader ? unfold(line, next) : readNext(next);
+  if (walk_.block != Block::TopLevel && opensPart(line)) {
+    walk_.block = Block::Part;
+    walk_.part = Entity();
+  } else if (inHeader) {
+    headerLine(line);
+  } else if (!line.empty()) {
+    walk_.emptyBody = false;
   }
-  pending_ = true;
+  return more;
 }
 
-void MessageScanner::startZipCapture() {
-  // A ZIP part is decoded while the skipper passes over it, into one buffer sized from what is
-  // left of the file; the directory is read when the part ends, if the message has body text.
-  const std::string sentinel = current_.empty() ? std::string() : "--" + current_;
-  std::error_code error;
-  const std::uintmax_t fileSize = std::filesystem::file_size(path_, error);
-  const std::uint64_t left =
-      error || fileSize < static_cast<std::uintmax_t>(bodyStart_) ? 0 : fileSize - bodyStart_;
-  std::uint64_t estimate = left + 1;
-  if (kvs::startsWithIgnoreCase(part_.encoding, kBase64)) {
-    decoder_ =
-        kvs::ptr<Decoder::MIME::Interface>(new Decoder::MIME::Base64(reader_, this, sentinel));
-    estimate = left / 4 * 3 + 3;
-  } else if (kvs::startsWithIgnoreCase(part_.encoding, kQuotedPrintable)) {
-    decoder_ = kvs::ptr<Decoder::MIME::Interface>(
-        new Decoder::MIME::QuotedPrintable(reader_, this, sentinel));
+bool MessageScanner::unfold(std::string& line, std::string& next) {
+  std::string_view view;
+  while (reader_.next(view)) {
+    const std::string_view trimmed = kvs::trimRight(view);
+    // A line of whitespace only is no continuation: it ends the header block.
+    if (trimmed.empty() || !kvs::isSpace(static_cast<unsigned char>(view[0]))) {
+      next.assign(view);
+      return true;
+    }
+    std::size_t n = 0;
+    while (kvs::isSpace(static_cast<unsigned char>(trimmed[n]))) ++n;
+    line.append(trimmed.substr(n - 1));  // the last blank of the indent is kept as the joint
   }
-  image_.clear();
-  image_.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
-  capturing_ = true;
+  return false;
 }
 
-void MessageScanner::inspectZip() {
-  const scanner::ZipDirectory zip = scanner::readZipDirectory(image_.view());
-  if (zip.encrypted) results_.insert("zip.pw");
-  if (zip.corrupted) results_.insert("zip.corrupted");
-  for (const std::string& ext : zip.extensions) results_.insert("zip/" + ext);
+bool MessageScanner::endHeaderBlock(std::string& next) {
+  const Block ended = walk_.block;
+  walk_.block = Block::None;
+  if (ended == Block::Part) {
+    if (!walk_.part.boundary.empty()) pushBoundary(walk_.part.boundary);
+    if (kvs::startsWithIgnoreCase(walk_.part.contentType, kRfc822)) {
+      walk_.block = Block::Embedded;
+      walk_.message = Entity();
+      walk_.part = Entity();
+      return readNext(next);
+    }
+  } else if (!walk_.message.boundary.empty()) {
+    // The end of a message's header behaves like a part's: a multipart message makes its
+    // boundary the current one; otherwise the header describes the single body part.
+    pushBoundary(walk_.message.boundary);
+    walk_.part = Entity();
+  } else {
+    walk_.part = std::move(walk_.message);
+  }
+  walk_.message = Entity();
+  return skipBody(next);
+}
+
+bool MessageScanner::skipBody(std::string& next) {
+  // The whole body is consumed at once; its boundary line is the next line. A ZIP part is
+  // decoded on the way, into one buffer sized from what is left of the file, and its directory
+  // is read when the part ends, if the message has body text.
+  const std::string sentinel = walk_.current.empty() ? std::string() : "--" + walk_.current;
+  const Entity& part = walk_.part;
+  const bool base64 = part.zip && kvs::startsWithIgnoreCase(part.encoding, kBase64);
+  Decoder::MIME::Interface* reader = nullptr;
+  if (base64) {
+    reader = new Decoder::MIME::Base64(reader_, this, sentinel);
+  } else if (part.zip && kvs::startsWithIgnoreCase(part.encoding, kQuotedPrintable)) {
+    reader = new Decoder::MIME::QuotedPrintable(reader_, this, sentinel);
+  } else {
+    reader = new Decoder::MIME::Skipper(reader_, this, sentinel);
+  }
+  const kvs::ptr<Decoder::MIME::Interface> body(reader);
+  scanner::ImageBuffer image;
+  if (part.zip) {
+    const std::int64_t bodyStart = reader_.tell();
+    std::error_code error;
+    const std::uintmax_t fileSize = std::filesystem::file_size(walk_.path, error);
+    const std::uint64_t left =
+        error || fileSize < static_cast<std::uintmax_t>(bodyStart) ? 0 : fileSize - bodyStart;
+    const std::uint64_t estimate = base64 ? left / 4 * 3 + 3 : left + 1;
+    image.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
+  }
+  body->skipBody(walk_.emptyBody, std::max(kStopLineKeep, walk_.longestBoundary + 4),
+                 part.zip ? &image : nullptr);
+  if (part.zip && !walk_.emptyBody) inspectZip(image.view());
+  walk_.part = Entity();
+  next = body->stopLine();
+  // At the end of the file, or at a closing boundary line, no new part follows: the enclosing
+  // boundary comes back.
+  const bool newPart =
+      !body->ended() && !kvs::startsWithIgnoreCase(next, "--" + walk_.current + "--");
+  if (!newPart && !walk_.stack.empty()) {
+    walk_.current = std::move(walk_.stack.back());
+    walk_.stack.pop_back();
+  }
+  return !body->ended();
+}
+
+void MessageScanner::inspectZip(std::string_view image) {
+  const scanner::ZipDirectory zip = scanner::readZipDirectory(image);
+  if (zip.encrypted) walk_.results.insert("zip.pw");
+  if (zip.corrupted) walk_.results.insert("zip.corrupted");
+  for (const std::string& ext : zip.extensions) walk_.results.insert("zip/" + ext);
 }
 
 void MessageScanner::pushBoundary(const std::string& boundary) {
-  stack_.push_back(std::move(current_));
-  current_ = boundary;
-  longestBoundary_ = std::max(longestBoundary_, boundary.size());
+  walk_.stack.push_back(std::move(walk_.current));
+  walk_.current = boundary;
+  walk_.longestBoundary = std::max(walk_.longestBoundary, boundary.size());
 }
 
 bool MessageScanner::opensPart(std::string_view line) const {
-  const std::size_t n = current_.size();
+  const std::string& current = walk_.current;
+  const std::size_t n = current.size();
   if (n == 0 || line.size() < n + 2 || line[0] != '-' || line[1] != '-' ||
-      !kvs::startsWithIgnoreCase(line.substr(2), current_))
+      !kvs::startsWithIgnoreCase(line.substr(2), current))
     return false;
   // The closing test looks at the two bytes at the boundary's length from the line's start,
   // not after the boundary: so it has always been, and lines the skipper did not stop on are
@@ -197,101 +214,35 @@ bool MessageScanner::opensPart(std::string_view line) const {
   return line.compare(n, 2, "--") != 0;
 }
 
-void MessageScanner::walkLine(std::string& line) {
-  ++lineCount_;
-  line.resize(kvs::trimRight(line).size());
-  const bool blank = line.empty();
-  if (block_ != Block::None) {
-    if (blank) {
-      endHeaderBlock();
-      return;
-    }
-    unfold(line);
-    if (block_ != Block::TopLevel && opensPart(line)) {
-      block_ = Block::Part;
-      part_.clear();
-      return;
-    }
-    headerLine(line);
-    return;
-  }
-  if (opensPart(line)) {
-    block_ = Block::Part;
-    part_.clear();
-    return;
-  }
-  if (!blank) emptyBody_ = false;
-}
-
-void MessageScanner::unfold(std::string& line) {
-  std::string_view next;
-  while (reader_.next(next)) {
-    const std::string_view trimmed = kvs::trimRight(next);
-    // A line of whitespace only is no continuation: it ends the header block.
-    if (trimmed.empty() || !kvs::isSpace(static_cast<unsigned char>(next[0]))) {
-      lookAhead_.assign(next);
-      pending_ = true;
-      return;
-    }
-    std::size_t n = 0;
-    while (kvs::isSpace(static_cast<unsigned char>(trimmed[n]))) ++n;
-    line.append(trimmed.substr(n - 1));  // the last blank of the indent is kept as the joint
-  }
-}
-
 void MessageScanner::recordExtension(std::string_view name, bool& zip) {
   std::string ext = attachmentExtension(name);
   zip = kvs::startsWithIgnoreCase(ext, kZip);
-  results_.insert(std::move(ext));
+  walk_.results.insert(std::move(ext));
 }
 
 void MessageScanner::headerLine(const std::string& line) {
   std::string value, param;
-  if (block_ == Block::Part) {
+  if (walk_.block == Block::Part) {
+    Entity& part = walk_.part;
     if (headerValue(kContentType, line, value)) {
-      part_.contentType = value;
-      if (paramValue(kBoundary, value, param)) part_.boundary = param;
-      if (paramValue(kName, value, param)) recordExtension(param, part_.zip);
+      part.contentType = value;
+      if (paramValue(kBoundary, value, param)) part.boundary = param;
+      if (paramValue(kName, value, param)) recordExtension(param, part.zip);
     } else if (headerValue(kContentTransferEncoding, line, value)) {
-      part_.encoding = value;
+      part.encoding = value;
     } else if (headerValue(kContentDisposition, line, value)) {
-      if (paramValue(kFilename, value, param)) recordExtension(param, part_.zip);
+      if (paramValue(kFilename, value, param)) recordExtension(param, part.zip);
     }
     return;
   }
   // A message's own header: the boundary is searched in the whole line, and the disposition
   // is not looked at.
+  Entity& message = walk_.message;
   if (headerValue(kContentType, line, value)) {
-    message_.contentType = value;
-    if (messageBoundary(line, param)) message_.boundary = param;
-    if (paramValue(kName, value, param)) recordExtension(param, message_.zip);
+    message.contentType = value;
+    if (messageBoundary(line, param)) message.boundary = param;
+    if (paramValue(kName, value, param)) recordExtension(param, message.zip);
   } else if (headerValue(kContentTransferEncoding, line, value)) {
-    message_.encoding = value;
+    message.encoding = value;
   }
-}
-
-void MessageScanner::endHeaderBlock() {
-  const Block ended = block_;
-  block_ = Block::None;
-  if (ended == Block::Part) {
-    if (!part_.boundary.empty()) pushBoundary(part_.boundary);
-    if (kvs::startsWithIgnoreCase(part_.contentType, kRfc822)) {
-      block_ = Block::Embedded;
-      message_.clear();
-      part_.clear();
-      return;
-    }
-    startBody();
-    return;
-  }
-  // The end of a message's header behaves like a part's: a multipart message makes its
-  // boundary the current one; otherwise the header describes the single body part.
-  if (!message_.boundary.empty()) {
-    pushBoundary(message_.boundary);
-    part_.clear();
-  } else {
-    part_ = message_;
-  }
-  message_.clear();
-  startBody();
 }

@@ -2,14 +2,12 @@
 // their unfolding, the boundary stack, the body skipper, attachment names and ZIP parts.
 #pragma once
 
-#include <cstdint>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "kvs/ptr.h"
-#include "scanner/image_buffer.h"
+#include "kvs/noncopyable.h"
 #include "scanner/line_reader.h"
 #include "scanner/mime_decoder.h"
 
@@ -41,12 +39,12 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
   bool readLine(std::string& line);
   void close();
 
-  [[nodiscard]] const std::set<std::string>& results() const { return results_; }
-  [[nodiscard]] const std::set<std::string>& diagnostics() const { return diagnostics_; }
-  [[nodiscard]] bool emptyBody() const { return emptyBody_; }
-  [[nodiscard]] const std::string& sender() const { return sender_; }
-  [[nodiscard]] const std::set<std::string>& recipients() const { return recipients_; }
-  [[nodiscard]] bool isMbox() const { return isMbox_; }
+  [[nodiscard]] const std::set<std::string>& results() const { return walk_.results; }
+  [[nodiscard]] const std::set<std::string>& diagnostics() const { return walk_.diagnostics; }
+  [[nodiscard]] bool emptyBody() const { return walk_.emptyBody; }
+  [[nodiscard]] const std::string& sender() const { return walk_.sender; }
+  [[nodiscard]] const std::set<std::string>& recipients() const { return walk_.recipients; }
+  [[nodiscard]] bool isMbox() const { return walk_.isMbox; }
 
   void addDiagnostic(const std::string& text) override;
 
@@ -67,52 +65,42 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
     std::string encoding;
     std::string boundary;
     bool zip = false;
-
-    void clear() {
-      contentType.clear();
-      encoding.clear();
-      boundary.clear();
-      zip = false;
-    }
   };
 
-  bool nextWalkLine(std::string& line);
-  void walkLine(std::string& line);
-  void unfold(std::string& line);
+  // Everything the walk of one message knows; `open` starts from a fresh one.
+  struct Walk {
+    std::string path;
+    std::set<std::string> results;
+    std::set<std::string> diagnostics;
+    std::set<std::string> recipients;
+    std::string sender;
+    bool emptyBody = true;
+    bool isMbox = false;
+    int messageCount = 0;  // 0 for an mbox file or a closed scanner, 1 otherwise
+
+    Block block = Block::TopLevel;
+    Entity message;       // the top-level or embedded message's header
+    Entity part;          // the entity whose body comes next
+    std::string current;  // the current boundary; empty for none
+    std::vector<std::string> stack;
+    std::size_t longestBoundary = 0;
+  };
+
+  // Each of these takes the line to walk, or leaves in `next` the line that follows it; false
+  // when the file has no further line.
+  bool readNext(std::string& next);
+  bool walkLine(std::string& line, std::string& next);
+  bool unfold(std::string& line, std::string& next);
+  bool endHeaderBlock(std::string& next);
+  bool skipBody(std::string& next);
+
   void headerLine(const std::string& line);
-  void endHeaderBlock();
-  void startBody();
-  void finishBody();
-  void startZipCapture();
-  void inspectZip();
+  void inspectZip(std::string_view image);
   [[nodiscard]] bool opensPart(std::string_view line) const;
   void recordExtension(std::string_view name, bool& zip);
   void pushBoundary(const std::string& boundary);
   void readEnvelope();
 
   scanner::LineReader reader_;
-  kvs::ptr<Decoder::MIME::Skipper> skipper_;
-  kvs::ptr<Decoder::MIME::Interface> decoder_;  // the transfer decoder of a ZIP part, if any
-  scanner::ImageBuffer image_;                  // that part's decoded bytes
-  bool capturing_ = false;
-  std::string path_;
-  std::set<std::string> results_;
-  std::set<std::string> diagnostics_;
-  std::set<std::string> recipients_;
-  std::string sender_;
-  bool emptyBody_ = true;
-  bool isMbox_ = false;
-  int messageCount_ = 0;  // 0 for an mbox file or a closed scanner, 1 otherwise
-  std::uint64_t lineCount_ = 0;
-
-  Block block_ = Block::None;
-  Entity message_;       // the top-level or embedded message's header
-  Entity part_;          // the entity whose body comes next
-  std::string current_;  // the current boundary; empty for none
-  std::vector<std::string> stack_;
-  std::size_t longestBoundary_ = 0;
-  bool skipping_ = false;
-  std::int64_t bodyStart_ = 0;
-  bool pending_ = false;
-  std::string lookAhead_;
+  Walk walk_;
 };

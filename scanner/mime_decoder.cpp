@@ -22,55 +22,91 @@ void Interface::complain(const std::string& text, bool counted) {
   sink_->addDiagnostic(text);
 }
 
-bool Interface::isSentinel(std::string_view line) const {
+Interface::LineKind Interface::classify(std::string_view line) const {
   // A body without boundary has no boundary line: it runs to the end of the file.
-  // The first byte is "-" in every sentinel: most lines are settled by it.
-  return !sentinel_.empty() && !line.empty() && line[0] == sentinel_[0] &&
-         kvs::startsWithIgnoreCase(line, sentinel_);
+  if (!sentinel_.empty() && kvs::startsWithIgnoreCase(line, sentinel_)) return LineKind::Stop;
+  if (hasParent_ && !parentSentinel_.empty() && kvs::startsWithIgnoreCase(line, parentSentinel_))
+    return LineKind::ParentStop;
+  return LineKind::Body;
 }
 
-bool Interface::isParentSentinel(std::string_view line) const {
-  return hasParent_ && !parentSentinel_.empty() && !line.empty() && line[0] == parentSentinel_[0] &&
-         kvs::startsWithIgnoreCase(line, parentSentinel_);
-}
-
-bool Interface::fetchLine() {
+bool Interface::bodyLine(std::string_view& line, std::size_t keep) {
   if (ended_ || stopped_) return false;
-  std::string_view line;
-  if (!in_.next(line)) {
+  if (!in_.next(line, keep)) {
     ended_ = true;
     if (!sentinel_.empty()) complain("Unterminated MIME sentinel at end of message");
     return false;
   }
-  if (isSentinel(line)) {
-    stopLine_.assign(line);
-    stopped_ = true;
-    return false;
+  const LineKind kind = classify(line);
+  if (kind == LineKind::Body) return true;
+  if (kind == LineKind::ParentStop) complain("Unterminated MIME sentinel, found parent sentinel");
+  stopLine_.assign(line);
+  stopped_ = true;
+  return false;
+}
+
+void Interface::skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer* image) {
+  bool decoding = image != nullptr;
+  const bool runs = !decoding || takesRuns();
+  if (decoding) keep = std::string_view::npos;  // lines to decode are taken whole
+  std::string_view line;
+  bool stop = false;
+  for (;;) {
+    // Once the message has body text, a line matters only if it could be a boundary line, and
+    // every boundary line begins with "-": whole runs of other lines are passed over at once,
+    // or go at once to a decoding that ignores line ends.
+    if (runs && !emptyBody && !ended_ && !stopped_) {
+      const std::string_view run = in_.linesAhead('-');
+      if (!run.empty()) {
+        if (decoding) decodeRaw(run, 0, false, *image, stop);
+        decoding = decoding && !stop;
+        in_.consume(run.size());
+        continue;
+      }
+    }
+    if (!bodyLine(line, keep)) break;
+    if (!line.empty()) emptyBody = false;
+    if (decoding) decodeRaw(line, 0, in_.hadNewline(), *image, stop);
+    decoding = decoding && !stop;
   }
-  if (isParentSentinel(line)) {
-    complain("Unterminated MIME sentinel, found parent sentinel");
-    stopLine_.assign(line);
-    stopped_ = true;
-    return false;
-  }
+  if (decoding) endOfInput();
+}
+
+bool Interface::fetchLine() {
+  std::string_view line;
+  if (!bodyLine(line, std::string_view::npos)) return false;
   raw_ = line;
   rawPos_ = 0;
   rawNewline_ = in_.hadNewline();
+  rawLeft_ = true;
   return true;
 }
 
-bool Interface::feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out) {
-  out.append(raw);
-  if (newline) out.append("\n");
-  return true;
-}
-
-void Interface::decodeBody(scanner::ImageBuffer& out) {
-  while (fetchLine()) {
-    if (!feedLine(raw_, rawNewline_, out)) return;
-    rawPos_ = raw_.size();
+bool Interface::pullByte(unsigned char& byte) {
+  if (pushedBack_ >= 0) {
+    byte = static_cast<unsigned char>(pushedBack_);
+    pushedBack_ = -1;
+    return true;
   }
-  endOfInput();
+  for (;;) {
+    if (queuePos_ < queue_.size()) {
+      byte = static_cast<unsigned char>(queue_.view()[queuePos_++]);
+      return true;
+    }
+    queue_.clear();
+    queuePos_ = 0;
+    if (stopPending_) {
+      // A group without bytes answers "none" once; asked again, decoding goes on after it.
+      stopPending_ = false;
+      return false;
+    }
+    if (!rawLeft_ && !fetchLine()) {
+      endOfInput();
+      return false;
+    }
+    rawPos_ = decodeRaw(raw_, rawPos_, rawNewline_, queue_, stopPending_);
+    rawLeft_ = stopPending_;
+  }
 }
 
 bool Interface::readLine(std::string& line) {
@@ -91,74 +127,73 @@ bool Interface::readLine(std::string& line) {
   return any;
 }
 
-Skipper::Skipper(scanner::LineReader& in, DiagnosticsSink* sink, std::string sentinel,
-                 std::string parentSentinel, bool hasParent)
-    : Interface(in, sink, std::move(sentinel), std::move(parentSentinel), hasParent) {}
-
-void Skipper::skipBody(bool& emptyBody, std::size_t keep, Interface* decoder,
-                       scanner::ImageBuffer* image) {
-  if (ended_ || stopped_) return;
-  if (image != nullptr) {
-    captureBody(emptyBody, decoder, *image);
-    return;
-  }
-  std::string_view head;
-  bool hasBytes = false;
-  const char first = sentinel_.empty() ? 0 : sentinel_[0];
-  for (;;) {
-    // Once the message has body text, a line matters only if it could be a boundary line, and
-    // every boundary line begins with "-": whole runs of other lines are passed over at once.
-    if (!emptyBody) {
-      const std::string_view run = in_.linesAhead('-');
-      if (!run.empty()) {
-        in_.consume(run.size());
-        continue;
-      }
-    }
-    if (!in_.skip(head, keep, hasBytes)) {
-      ended_ = true;
-      stopLine_.clear();
-      if (!sentinel_.empty()) complain("Unterminated MIME sentinel at end of message");
-      return;
-    }
-    // Most body lines fail on their first byte; only those starting like a boundary are compared.
-    if (!head.empty() && head[0] == first && isSentinel(head)) {
-      stopLine_.assign(head);
-      stopped_ = true;
-      return;
-    }
-    if (isParentSentinel(head)) {
-      complain("Unterminated MIME sentinel, found parent sentinel");
-      stopLine_.assign(head);
-      stopped_ = true;
-      return;
-    }
-    if (hasBytes) emptyBody = false;
-  }
+std::size_t Skipper::decodeRaw(std::string_view raw, std::size_t pos, bool newline,
+                               scanner::ImageBuffer& out, bool& stop) {
+  out.append(raw.substr(pos));
+  if (newline) out.append("\n");
+  stop = false;
+  return raw.size();
 }
 
-void Skipper::captureBody(bool& emptyBody, Interface* decoder, scanner::ImageBuffer& image) {
-  bool decoding = true;
-  const bool runs = decoder != nullptr && decoder->takesRuns();
-  for (;;) {
-    // Once the message has body text, whole runs of lines that cannot be boundary lines (they
-    // do not begin with "-") go to a decoder that ignores line ends, without a stop per line.
-    if (runs && decoding && !emptyBody) {
-      const std::string_view run = in_.linesAhead('-');
-      if (!run.empty()) {
-        decoding = decoder->feedLine(run, false, image);
-        in_.consume(run.size());
-        continue;
-      }
-    }
-    if (!fetchLine()) break;
-    if (!raw_.empty()) emptyBody = false;
-    if (decoding) {
-      decoding = decoder != nullptr ? decoder->feedLine(raw_, rawNewline_, image)
-                                    : Interface::feedLine(raw_, rawNewline_, image);
-    }
+std::size_t Base64::decodeRaw(std::string_view raw, std::size_t pos, bool,
+                              scanner::ImageBuffer& out, bool& stop) {
+  const auto* base = reinterpret_cast<const unsigned char*>(raw.data());
+  char* const start = out.room((raw.size() - pos) / 4 * 3 + 3);
+  char* o = start;
+  const unsigned char* p = decodeRun(base + pos, base + raw.size(), group_, o, stop, complaints());
+  out.commit(static_cast<std::size_t>(o - start));
+  return static_cast<std::size_t>(p - base);
+}
+
+void Base64::endOfInput() {
+  if (group_.count > 0) complain(kBase64EndText);
+  group_.count = 0;
+}
+
+std::string Base64::decode(std::string_view text) {
+  std::string out(text.size() / 4 * 3 + 3, '\0');
+  char* o = out.data();
+  Base64Group g;
+  bool stop = false;
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  decodeRun(p, p + text.size(), g, o, stop, [](const std::string&, bool) {});
+  out.resize(static_cast<std::size_t>(o - out.data()));
+  return out;
+}
+
+QuotedPrintable::QuotedPrintable(scanner::LineReader& in, DiagnosticsSink* sink,
+                                 std::string sentinel, std::string parentSentinel, bool hasParent,
+                                 bool encodedWord)
+    : Interface(in, sink, std::move(sentinel), std::move(parentSentinel), hasParent),
+      encodedWord_(encodedWord) {}
+
+std::size_t QuotedPrintable::decodeRaw(std::string_view raw, std::size_t pos, bool newline,
+                                       scanner::ImageBuffer& out, bool& stop) {
+  const Complain complain = complaints();
+  char* const start = out.room(raw.size() - pos + 1);
+  char* o =
+      decodeBytes(raw.data() + pos, raw.data() + raw.size(), state_, encodedWord_, start, complain);
+  if (newline) {
+    const char lf = '\n';
+    o = decodeBytes(&lf, &lf + 1, state_, encodedWord_, o, complain);
   }
-  if (decoding && decoder != nullptr) decoder->endOfInput();
+  out.commit(static_cast<std::size_t>(o - start));
+  stop = false;
+  return raw.size();
+}
+
+void QuotedPrintable::endOfInput() {
+  finishBytes(state_, complaints());
+}
+
+std::string QuotedPrintable::decode(std::string_view text, bool encodedWord) {
+  std::string out(text.size(), '\0');
+  QuotedPrintableState s;
+  const Complain ignore = [](const std::string&, bool) {};
+  char* o = decodeBytes(text.data(), text.data() + text.size(), s, encodedWord, out.data(), ignore);
+  finishBytes(s, ignore);
+  out.resize(static_cast<std::size_t>(o - out.data()));
+  return out;
 }
 
 }  // namespace Decoder::MIME

@@ -1,11 +1,16 @@
-// The body readers of the scanner: Decoder::MIME::Interface reads the raw lines of one body up to
-// its boundary line; the body skipper only consumes them.
+// The body readers of the scanner. Decoder::MIME::Interface reads the raw lines of one body up to
+// its boundary line and hands them to the decoding of its subclass: Base64, QuotedPrintable, or
+// the body skipper, which decodes nothing (or, for a ZIP part without transfer encoding, takes
+// the bytes as they are). The whole body goes through in one pass (`skipBody`); the byte and line
+// interface (`nextByte`, `readLine`) is a thin layer over the same decoding.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 #include "kvs/noncopyable.h"
+#include "scanner/decoding_core.h"
 #include "scanner/image_buffer.h"
 #include "scanner/line_reader.h"
 
@@ -20,6 +25,8 @@ class DiagnosticsSink {
 
 class Interface : private kvs::noncopyable {
  public:
+  enum class LineKind { Body, Stop, ParentStop };
+
   // `sentinel` is "--" and the body's boundary, empty for a body that runs to the end of the
   // file; `parentSentinel` the same for the enclosing boundary, if `hasParent`.
   Interface(scanner::LineReader& in, DiagnosticsSink* sink, std::string sentinel,
@@ -38,20 +45,34 @@ class Interface : private kvs::noncopyable {
   // the stop line) or at the end of the file.
   virtual bool fetchLine();
 
-  // Decodes one raw body line (followed by a line feed if `newline`) into `out`; false once the
-  // decoding has ended and further lines would change nothing. The base takes bytes as they are.
-  virtual bool feedLine(std::string_view raw, bool newline, scanner::ImageBuffer& out);
-  // Whether line ends mean nothing to this decoder, so that many lines may come as one run.
+  // Whether `line` belongs to the body, is its boundary line, or the enclosing one's.
+  [[nodiscard]] LineKind classify(std::string_view line) const;
+
+  // Consumes the body up to and including its boundary line (or to the end of the file),
+  // clearing `emptyBody` at any body line that holds a byte. Without an `image` nothing is
+  // decoded and of the boundary line only its first `keep` bytes are kept as the stop line;
+  // with one, the body is decoded into it on the way.
+  void skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer* image = nullptr);
+
+ protected:
+  // Decodes raw[pos...] and then the line end, if `newline`, into `out`; returns where it
+  // stopped: raw.size(), or (with `stop` set) just after a group that ends the decoding.
+  virtual std::size_t decodeRaw(std::string_view raw, std::size_t pos, bool newline,
+                                scanner::ImageBuffer& out, bool& stop) = 0;
+  // Whether line ends mean nothing to the decoding, so that many lines may come as one run.
   virtual bool takesRuns() const { return false; }
   // The body has no further line: complaints about what was cut short.
   virtual void endOfInput() {}
-  // Decodes the rest of the body from the stream into `out`, a whole line at a time.
-  void decodeBody(scanner::ImageBuffer& out);
-
- protected:
+  // `nextByte` for the decoding subclasses.
+  bool pullByte(unsigned char& byte);
   void complain(const std::string& text, bool counted = true);
-  [[nodiscard]] bool isSentinel(std::string_view line) const;
-  [[nodiscard]] bool isParentSentinel(std::string_view line) const;
+  Complain complaints() {
+    return [this](const std::string& text, bool counted) { complain(text, counted); };
+  }
+
+ private:
+  // The next line of the body (at most `keep` bytes of it); false at its end.
+  bool bodyLine(std::string_view& line, std::size_t keep);
 
   scanner::LineReader& in_;
   DiagnosticsSink* sink_;
@@ -62,32 +83,72 @@ class Interface : private kvs::noncopyable {
   std::string parentSentinel_;
   bool hasParent_;
   std::string stopLine_;
-  std::string_view raw_;  // the current raw line (valid until the next fetch)
-  std::size_t rawPos_ = 0;
-  bool rawNewline_ = false;  // the raw line ended with a line feed in the file
-  int pushedBack_ = -1;
-
- private:
   std::string lastComplaint_;  // the sink is a set: a repeat of the last text changes nothing
+
+  // The byte interface: the current raw line and the decoded bytes not yet handed out.
+  std::string_view raw_;  // valid until the next fetch
+  std::size_t rawPos_ = 0;
+  bool rawNewline_ = false;   // the raw line ended with a line feed in the file
+  bool rawLeft_ = false;      // decoding stopped inside the raw line
+  bool stopPending_ = false;  // a group without bytes answers "none" once
+  scanner::ImageBuffer queue_;
+  std::size_t queuePos_ = 0;
+  int pushedBack_ = -1;
 };
 
-// The body skipper: consumes the raw lines of a body without decoding or copying them.
+// The body skipper: consumes the raw lines of a body; asked to capture them, takes them as they
+// are, each with the line feed it had in the file.
 class Skipper : public Interface {
  public:
-  Skipper(scanner::LineReader& in, DiagnosticsSink* sink, std::string sentinel,
-          std::string parentSentinel = {}, bool hasParent = false);
+  using Interface::Interface;
   const char* name() const override { return "Sk"; }
   bool nextByte(unsigned char&) override { return false; }
 
-  // Consumes the body up to and including its boundary line (or to the end of the file),
-  // clearing `emptyBody` at any body line that holds a byte. Of the boundary line only its first
-  // `keep` bytes are kept as the stop line. With an `image`, every body line is also handed to
-  // `decoder` on the way, so that a ZIP part is decoded in the same pass.
-  void skipBody(bool& emptyBody, std::size_t keep, Interface* decoder = nullptr,
-                scanner::ImageBuffer* image = nullptr);
+ protected:
+  std::size_t decodeRaw(std::string_view raw, std::size_t pos, bool newline,
+                        scanner::ImageBuffer& out, bool& stop) override;
+};
+
+class Base64 : public Interface {
+ public:
+  using Interface::Interface;
+  const char* name() const override { return "64"; }
+  bool nextByte(unsigned char& byte) override { return pullByte(byte); }
+
+  // The same byte rules over one text (an encoded word); complaints are dropped.
+  [[nodiscard]] static std::string decode(std::string_view text);
+
+ protected:
+  std::size_t decodeRaw(std::string_view raw, std::size_t pos, bool newline,
+                        scanner::ImageBuffer& out, bool& stop) override;
+  bool takesRuns() const override { return true; }
+  void endOfInput() override;
 
  private:
-  void captureBody(bool& emptyBody, Interface* decoder, scanner::ImageBuffer& image);
+  Base64Group group_;
+};
+
+// Also used for the Q encoding of encoded words (where "_" stands for a blank).
+class QuotedPrintable : public Interface {
+ public:
+  QuotedPrintable(scanner::LineReader& in, DiagnosticsSink* sink, std::string sentinel,
+                  std::string parentSentinel = {}, bool hasParent = false,
+                  bool encodedWord = false);
+  const char* name() const override { return "QP"; }
+  bool nextByte(unsigned char& byte) override { return pullByte(byte); }
+
+  // The same byte rules over one text; `encodedWord` turns "_" into a blank. Complaints are
+  // dropped.
+  [[nodiscard]] static std::string decode(std::string_view text, bool encodedWord = true);
+
+ protected:
+  std::size_t decodeRaw(std::string_view raw, std::size_t pos, bool newline,
+                        scanner::ImageBuffer& out, bool& stop) override;
+  void endOfInput() override;
+
+ private:
+  bool encodedWord_;
+  QuotedPrintableState state_;
 };
 
 }  // namespace Decoder::MIME

@@ -3,9 +3,9 @@
 #include <string_view>
 
 #include "kvs/ascii.h"
-#include "scanner/base64_decoder.h"
 #include "scanner/message_scanner.h"
-#include "scanner/quoted_printable_decoder.h"
+#include "scanner/mime_decoder.h"
+#include "scanner/zip_directory.h"
 
 namespace {
 
@@ -29,10 +29,6 @@ class ForwardFind {
   std::size_t found_ = npos;
   bool searched_ = false;
 };
-
-bool isTrimmed(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
 
 }  // namespace
 
@@ -119,11 +115,7 @@ std::string MessageScanner::attachmentExtension(std::string_view name) {
   }
   decoded.append(name.substr(copied));
 
-  const std::size_t dot = decoded.rfind('.');
-  if (dot == npos || dot + 1 == decoded.size()) return "...";
-  std::string_view ext(decoded);
-  ext.remove_prefix(dot + 1);
-  while (!ext.empty() && isTrimmed(ext.front())) ext.remove_prefix(1);
-  while (!ext.empty() && isTrimmed(ext.back())) ext.remove_suffix(1);
-  return kvs::toLower(ext);
+  // As a stored name's extension, except that a name ending in "." has none either.
+  if (decoded.ends_with('.')) return "...";
+  return scanner::storedNameExtension(decoded);
 }

@@ -28,11 +28,12 @@ bool fits(std::string_view image, std::uint64_t pos, std::uint64_t size) {
   return pos <= image.size() && size <= image.size() - pos;
 }
 
+// An extension is trimmed of these four bytes only, not of every whitespace byte.
 std::string_view trimExtension(std::string_view s) {
-  auto drop = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-  while (!s.empty() && drop(s.front())) s.remove_prefix(1);
-  while (!s.empty() && drop(s.back())) s.remove_suffix(1);
-  return s;
+  constexpr std::string_view kTrimmed = " \t\r\n";
+  const std::size_t first = s.find_first_not_of(kTrimmed);
+  if (first == std::string_view::npos) return {};
+  return s.substr(first, s.find_last_not_of(kTrimmed) - first + 1);
 }
 
 }  // namespace

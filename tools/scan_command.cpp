@@ -1,7 +1,9 @@
 // velmora-tool scan: the header lines the filter would add to each message file, so that server
 // rules can be tried on a message without the server.
 #include <cstdio>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "scanner/attachment_filter.h"
 #include "tools/commands.h"
@@ -34,16 +36,13 @@ int runScan(const Args& args) {
   MessageScanner scanner;
   int status = 0;
   for (const std::string& file : args) {
-    if (!scanner.open(file)) {
+    const std::optional<std::vector<std::string>> lines = AttachmentFilter::scan(scanner, file);
+    if (!lines) {
       std::fprintf(stderr, "velmora-tool scan: cannot open %s\n", file.c_str());
       status = 1;
       continue;
     }
-    std::string line;
-    while (scanner.readLine(line)) {
-    }
-    scanner.close();
-    for (const std::string& header : AttachmentFilter::headerLines(scanner)) {
+    for (const std::string& header : *lines) {
       if (prefix) std::printf("%s: ", file.c_str());
       std::printf("%s\n", header.c_str());
     }
