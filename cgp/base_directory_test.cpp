@@ -3,44 +3,39 @@
 
 #include <gtest/gtest.h>
 
-#include "cgp/dataset_file.h"
-#include "cgp/domain_data.h"
+#include "cgp/server_data.h"
 #include "cgp/test_support.h"
 
 namespace cgp {
 namespace {
 
 using testing::CapturedOutput;
+using DomainTable = std::map<std::string, std::string>;
 
 class BaseDirectory : public ::testing::Test {
  protected:
   void SetUp() override {
-    setBaseDirectory(testing::testBase());
-    clearDomainData();
     CapturedOutput quiet;  // the broken test domain's parser line
-    scanDomains();
+    scanDomains(data);
   }
-  void TearDown() override {
-    setBaseDirTrace(false);
-    setSharedBaseDirectory("");
-    setBaseDirectory("");
-  }
+  ServerData data{testing::testBase()};
 };
 
 TEST_F(BaseDirectory, ScanFindsLowerCaseDomainDirectories) {
-  EXPECT_EQ(localDomains(), (DomainTable{{"broken.test", "Domains/broken.test"},
-                                         {"example.com", "Domains/example.com"},
-                                         {"main.test", "Accounts"}}));
-  EXPECT_EQ(sharedDomains(), (DomainTable{{"shared.test", "SharedDomains/shared.test"}}));
+  const DomainTables tables = data.domainTables();
+  EXPECT_EQ(tables.local, (DomainTable{{"broken.test", "Domains/broken.test"},
+                                       {"example.com", "Domains/example.com"},
+                                       {"main.test", "Accounts"}}));
+  EXPECT_EQ(tables.shared, (DomainTable{{"shared.test", "SharedDomains/shared.test"}}));
   const std::vector<std::pair<std::string, std::string>> records{
       {"broken.test", "Domains/broken.test"}, {"example.com", "Domains/example.com"}};
-  EXPECT_EQ(domainRecords(), records);
+  EXPECT_EQ(tables.records, records);
 }
 
 TEST_F(BaseDirectory, ScanLogsWhatItFinds) {
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   CapturedOutput out;
-  scanDomains();
+  scanDomains(data);
   for (const char* line :
        {"* BaseDir: Found local domain main.test at Accounts",
         "* BaseDir: Found local domain example.com at Domains/example.com",
@@ -55,13 +50,14 @@ TEST_F(BaseDirectory, SharedBaseIsScannedWhenSet) {
   testing::ScratchDirectory cluster;
   cluster.write("SharedDomains/cluster.test/Settings/domain.settings", "{}");
   cluster.write("SharedDomains/Settings/Router.data", "");
-  setSharedBaseDirectory(cluster.path().string());
-  setBaseDirTrace(true);
+  ServerData clustered(testing::testBase(), cluster.path().string());
+  clustered.baseDirTrace.set(true);
   CapturedOutput out;
-  scanDomains();
+  scanDomains(clustered);
   const std::string folder = cluster.path().string() + "/SharedDomains/";
-  EXPECT_EQ(sharedDomains(), (DomainTable{{"cluster.test", folder + "cluster.test"},
-                                          {"shared.test", "SharedDomains/shared.test"}}));
+  EXPECT_EQ(clustered.domainTables().shared,
+            (DomainTable{{"cluster.test", folder + "cluster.test"},
+                         {"shared.test", "SharedDomains/shared.test"}}));
   EXPECT_TRUE(out.contains("* BaseDir: Searching in Shared Base " + cluster.path().string()));
 }
 
@@ -77,11 +73,11 @@ TEST_F(BaseDirectory, RealDomainName) {
       {"upper.com", "upper.com", "* BaseDir: Domain not found"},
       {"shared.test", "shared.test", "* BaseDir: Domain not found"},  // local domains only
   };
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   for (const auto& row : rows) {
     CapturedOutput out;
     std::string name = row.given;
-    realDomainName(name);
+    realDomainName(name, data);
     EXPECT_EQ(name, row.real);
     ASSERT_EQ(out.lines().size(), 2u) << out.text();
     EXPECT_EQ(out.lines()[0],
@@ -105,13 +101,13 @@ TEST_F(BaseDirectory, RealAccountName) {
               {"", ""}};
   for (const auto& row : rows) {
     std::string name = row.given;
-    realAccountName(name);
+    realAccountName(name, data);
     EXPECT_EQ(name, row.real) << row.given;
   }
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   CapturedOutput out;
   std::string name = "box#user+tag";
-  realAccountName(name);
+  realAccountName(name, data);
   EXPECT_EQ(out.lines(), (std::vector<std::string>{
                              "* BaseDir: Searching real account name for box#user+tag",
                              "* BaseDir: Removing account detail information (account+detail)",
@@ -136,13 +132,14 @@ TEST_F(BaseDirectory, AccountPath) {
       {"alice", "", ""},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(accountPath(row.account, row.domain), row.path) << row.account << "@" << row.domain;
+    EXPECT_EQ(accountPath(row.account, row.domain, data), row.path)
+        << row.account << "@" << row.domain;
   }
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   CapturedOutput out;
-  (void)accountPath("dave", "example.com");
-  (void)accountPath("nobody", "example.com");
-  (void)accountPath("dave", "nowhere.test");
+  (void)accountPath("dave", "example.com", data);
+  (void)accountPath("nobody", "example.com", data);
+  (void)accountPath("dave", "nowhere.test", data);
   EXPECT_EQ(out.lines(),
             (std::vector<std::string>{
                 "* BaseDir: Searching for account dave", "* BaseDir: path in Domains/example.com",
@@ -175,13 +172,13 @@ TEST_F(BaseDirectory, MailboxPath) {
       {"INBOX", "alice", "unknown.test", ""},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(mailboxPath(row.mailbox, row.account, row.domain), row.path)
+    EXPECT_EQ(mailboxPath(row.mailbox, row.account, row.domain, data), row.path)
         << row.mailbox << " of " << row.account << "@" << row.domain;
   }
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   CapturedOutput out;
-  (void)mailboxPath("Sent", "alice", "main.test");
-  (void)mailboxPath("INBOX", "x", "unknown.test");
+  (void)mailboxPath("Sent", "alice", "main.test", data);
+  (void)mailboxPath("INBOX", "x", "unknown.test", data);
   EXPECT_TRUE(out.contains("* BaseDir: Searching for real mailbox path of Sent"));
   EXPECT_TRUE(out.contains("* BaseDir: Mailbox path found: Accounts/alice.macnt/Sent.mdir"));
   EXPECT_TRUE(out.contains("* BaseDir: Domain not found: unknown.test"));
@@ -198,14 +195,14 @@ TEST_F(BaseDirectory, DomainOfIP) {
   CapturedOutput quiet;
   for (const auto& row : rows) {
     std::string ip = row.ip;
-    domainOfIP(ip);
+    domainOfIP(ip, data);
     EXPECT_EQ(ip, row.domain) << row.ip;
   }
-  EXPECT_EQ(fallbackDomain(), "example.com");
+  EXPECT_EQ(data.domainTables().fallback, "example.com");
   quiet.clear();
   kvs::resetRepeatTable();
   std::string ip = "198.51.100.7";
-  domainOfIP(ip);  // with the trace off, only the fallback line
+  domainOfIP(ip, data);  // with the trace off, only the fallback line
   EXPECT_EQ(quiet.lines(),
             std::vector<std::string>{
                 "* BaseDir: No explicitely defined entry found, fallback to example.com"});

@@ -6,8 +6,7 @@
 #include <filesystem>
 
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
-#include "cgp/domain_data.h"
+#include "cgp/server_data.h"
 #include "cgp/test_support.h"
 
 namespace cgp {
@@ -51,26 +50,20 @@ TEST(RouterTable, LineSyntax) {
 class Router : public ::testing::Test {
  protected:
   void SetUp() override {
-    setBaseDirectory(testing::testBase());
-    clearDomainData();
-    clearRouter();
     CapturedOutput quiet;
-    scanDomains();
-    ASSERT_TRUE(loadRouter());
+    scanDomains(data);
+    ASSERT_TRUE(loadRouter(data));
   }
-  void TearDown() override {
-    setRouterTrace(false);
-    clearRouter();
-    setBaseDirectory("");
-  }
+  ServerData data{testing::testBase()};
 };
 
 TEST_F(Router, LoadsBothTablesAndTheSettings) {
-  EXPECT_EQ(routerAddressEntries().size(), 9u);
-  const auto domains = routerDomainEntries();
+  const RouterTable table = data.routerTable();
+  EXPECT_EQ(table.addressEntries.size(), 9u);
+  const auto& domains = table.domainEntries;
   ASSERT_EQ(domains.size(), 5u);
   EXPECT_EQ(domains.back().left, "shared-alias.test");  // the shared table comes last
-  const RouterSettings settings = routerSettings();
+  const RouterSettings& settings = table.settings;
   EXPECT_EQ(settings.domainQualifier, "main.test");
   EXPECT_TRUE(settings.extendNonQualifiedDomains);
   EXPECT_EQ(settings.globalAliases, (std::map<std::string, std::string>{{"root", "postmaster"}}));
@@ -108,15 +101,15 @@ TEST_F(Router, Routes) {
   };
   for (const auto& row : rows) {
     CapturedOutput out;
-    EXPECT_EQ(route(EMail::parse(row.address)).text(), row.routed) << row.address;
-    EXPECT_EQ(routerPassCount(), row.passes) << row.address;
+    EXPECT_EQ(route(EMail::parse(row.address), data).text(), row.routed) << row.address;
+    EXPECT_EQ(data.routerTable().passes, row.passes) << row.address;
   }
 }
 
 TEST_F(Router, LinesOfARouting) {
-  setRouterTrace(true);
+  data.routerTrace.set(true);
   CapturedOutput out;
-  EXPECT_EQ(route(EMail::parse("x@old.test")).text(), "x@main.test");
+  EXPECT_EQ(route(EMail::parse("x@old.test"), data).text(), "x@main.test");
   const auto lines = out.lines();
   ASSERT_GE(lines.size(), 5u);
   EXPECT_EQ(lines[0], "* Router: Entering Router Loop 1");
@@ -132,9 +125,9 @@ TEST_F(Router, LinesOfARouting) {
 
   out.clear();
   kvs::resetRepeatTable();
-  setRouterTrace(false);
-  (void)route(EMail::parse("ping@main.test"));
-  (void)route(EMail());
+  data.routerTrace.set(false);
+  (void)route(EMail::parse("ping@main.test"), data);
+  (void)route(EMail(), data);
   // The loop's entries come before the invalid one, so only the loop line is written.
   EXPECT_EQ(out.lines(), (std::vector<std::string>{
                              "* Router: Internal loop into filter's router. If there's no internal "
@@ -143,28 +136,25 @@ TEST_F(Router, LinesOfARouting) {
 
 TEST(RouterLoad, MissingTableAndReloads) {
   testing::ScratchDirectory base;
-  setBaseDirectory(base.path().string());
-  clearRouter();
-  EXPECT_FALSE(loadRouter());
-  EXPECT_EQ(route(EMail("a", "b.test")).text(), "a@b.test");
+  ServerData data(base.path().string());
+  EXPECT_FALSE(loadRouter(data));
+  EXPECT_EQ(route(EMail("a", "b.test"), data).text(), "a@b.test");
 
   base.write("Settings/Router.data", "one.test = two.test\n");
-  EXPECT_TRUE(loadRouter());
-  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@two.test");
+  EXPECT_TRUE(loadRouter(data));
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@two.test");
 
   const auto file = base.path() / "Settings/Router.data";
   const auto time = std::filesystem::last_write_time(file);
   base.write("Settings/Router.data", "one.test = three.test\n");
   std::filesystem::last_write_time(file, time);
-  EXPECT_TRUE(loadRouter());  // same time: the table in memory stays
-  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@two.test");
+  EXPECT_TRUE(loadRouter(data));  // same time: the table in memory stays
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@two.test");
 
   base.write("SharedDomains/Settings/Router.data", "<a@x.test> = b@y.test\n");
-  EXPECT_TRUE(loadRouter());  // the shared table's time changed: both are reread
-  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@three.test");
-  EXPECT_EQ(route(EMail("a", "x.test")).text(), "b@y.test");
-  clearRouter();
-  setBaseDirectory("");
+  EXPECT_TRUE(loadRouter(data));  // the shared table's time changed: both are reread
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@three.test");
+  EXPECT_EQ(route(EMail("a", "x.test"), data).text(), "b@y.test");
 }
 
 }  // namespace
