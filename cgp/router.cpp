@@ -17,10 +17,14 @@ namespace {
 constexpr const char* kMainTable = "Settings/Router.data";
 constexpr const char* kSharedTable = "SharedDomains/Settings/Router.data";
 
-std::string_view trimBlanks(std::string_view s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
-  return s;
+// Only blanks and tabs surround a side: the line's final carriage return is gone before the
+// trim, and any other byte belongs to the entry.
+constexpr std::string_view kBlanks = " \t";
+
+std::string_view trimmed(std::string_view side) {
+  const std::size_t first = side.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return side.substr(first, side.find_last_not_of(kBlanks) - first + 1);
 }
 
 bool unbracket(std::string_view& side) {
@@ -131,8 +135,8 @@ void parseRouterTable(std::string_view text, std::vector<RouterEntry>& addressEn
     line = line.substr(0, line.find(';'));
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos) continue;
-    std::string_view left = trimBlanks(line.substr(0, equals));
-    std::string_view right = trimBlanks(line.substr(equals + 1));
+    std::string_view left = trimmed(line.substr(0, equals));
+    std::string_view right = trimmed(line.substr(equals + 1));
     const bool isAddress = unbracket(left);
     unbracket(right);
     RouterEntry entry;

@@ -26,10 +26,11 @@ TEST(RouterTable, LineSyntax) {
       "left = \n"
       "lone=<x>\n"
       "<*> = **\n"
-      "a;b = c\n",
+      "a;b = c\n"
+      "\rcr.test = d.test\r\r\n",
       addresses, domains);
   ASSERT_EQ(addresses.size(), 3u);
-  ASSERT_EQ(domains.size(), 3u);
+  ASSERT_EQ(domains.size(), 4u);
   EXPECT_EQ(addresses[0].left, "a@b");
   EXPECT_EQ(addresses[0].right, "c@d");
   EXPECT_FALSE(addresses[0].leftStar);
@@ -45,6 +46,8 @@ TEST(RouterTable, LineSyntax) {
   EXPECT_EQ(domains[1].left, "left");
   EXPECT_EQ(domains[1].right, "");
   EXPECT_EQ(domains[2].right, "x");
+  EXPECT_EQ(domains[3].left, "\rcr.test");  // only the line's last carriage return goes
+  EXPECT_EQ(domains[3].right, "d.test\r");
 }
 
 class Router : public ::testing::Test {
