@@ -32,33 +32,17 @@ TEST_F(BaseDirectory, ScanFindsLowerCaseDomainDirectories) {
   EXPECT_EQ(tables.records, records);
 }
 
-TEST_F(BaseDirectory, ScanLogsWhatItFinds) {
-  data.baseDirTrace.set(true);
-  CapturedOutput out;
-  scanDomains(data);
-  for (const char* line :
-       {"* BaseDir: Found local domain main.test at Accounts",
-        "* BaseDir: Found local domain example.com at Domains/example.com",
-        "* BaseDir: Found shared domain shared.test at SharedDomains/shared.test",
-        "* BaseDir: Found IP: 192.0.2.10"}) {
-    EXPECT_TRUE(out.contains(line)) << line << "\n" << out.text();
-  }
-  EXPECT_EQ(out.text().find("Upper.com"), std::string::npos);
-}
-
 TEST_F(BaseDirectory, SharedBaseIsScannedWhenSet) {
   testing::ScratchDirectory cluster;
   cluster.write("SharedDomains/cluster.test/Settings/domain.settings", "{}");
   cluster.write("SharedDomains/Settings/Router.data", "");
   ServerData clustered(testing::testBase(), cluster.path().string());
-  clustered.baseDirTrace.set(true);
-  CapturedOutput out;
+  CapturedOutput quiet;
   scanDomains(clustered);
   const std::string folder = cluster.path().string() + "/SharedDomains/";
   EXPECT_EQ(clustered.domainTables().shared,
             (DomainTable{{"cluster.test", folder + "cluster.test"},
                          {"shared.test", "SharedDomains/shared.test"}}));
-  EXPECT_TRUE(out.contains("* BaseDir: Searching in Shared Base " + cluster.path().string()));
 }
 
 TEST_F(BaseDirectory, RealDomainName) {
@@ -79,10 +63,9 @@ TEST_F(BaseDirectory, RealDomainName) {
     std::string name = row.given;
     realDomainName(name, data);
     EXPECT_EQ(name, row.real);
-    ASSERT_EQ(out.lines().size(), 2u) << out.text();
-    EXPECT_EQ(out.lines()[0],
-              std::string("* BaseDir: Searching real domain name for ") + row.given);
-    EXPECT_EQ(out.lines()[1], row.lastLine);
+    const auto lines = out.lines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), row.lastLine) << row.given;
   }
 }
 
@@ -104,14 +87,6 @@ TEST_F(BaseDirectory, RealAccountName) {
     realAccountName(name, data);
     EXPECT_EQ(name, row.real) << row.given;
   }
-  data.baseDirTrace.set(true);
-  CapturedOutput out;
-  std::string name = "box#user+tag";
-  realAccountName(name, data);
-  EXPECT_EQ(out.lines(), (std::vector<std::string>{
-                             "* BaseDir: Searching real account name for box#user+tag",
-                             "* BaseDir: Removing account detail information (account+detail)",
-                             "* BaseDir: Removing direct mailbox information (mailbox#account)"}));
 }
 
 TEST_F(BaseDirectory, AccountPath) {
@@ -135,17 +110,14 @@ TEST_F(BaseDirectory, AccountPath) {
     EXPECT_EQ(accountPath(row.account, row.domain, data), row.path)
         << row.account << "@" << row.domain;
   }
+  // The search's two failures differ by one capital letter.
   data.baseDirTrace.set(true);
   CapturedOutput out;
-  (void)accountPath("dave", "example.com", data);
   (void)accountPath("nobody", "example.com", data);
   (void)accountPath("dave", "nowhere.test", data);
-  EXPECT_EQ(out.lines(),
-            (std::vector<std::string>{
-                "* BaseDir: Searching for account dave", "* BaseDir: path in Domains/example.com",
-                "* BaseDir: Account dave path found at Domains/example.com/sales.sub/dave.macnt",
-                "* BaseDir: Searching for account nobody", "* BaseDir: path in Domains/example.com",
-                "* BaseDir: Account path not found", "* BaseDir: Account path Not found"}));
+  EXPECT_EQ(out.lines().size(), 4u);
+  EXPECT_EQ(out.lines()[2], "* BaseDir: Account path not found");
+  EXPECT_EQ(out.lines()[3], "* BaseDir: Account path Not found");
 }
 
 TEST_F(BaseDirectory, MailboxPath) {
@@ -175,13 +147,6 @@ TEST_F(BaseDirectory, MailboxPath) {
     EXPECT_EQ(mailboxPath(row.mailbox, row.account, row.domain, data), row.path)
         << row.mailbox << " of " << row.account << "@" << row.domain;
   }
-  data.baseDirTrace.set(true);
-  CapturedOutput out;
-  (void)mailboxPath("Sent", "alice", "main.test", data);
-  (void)mailboxPath("INBOX", "x", "unknown.test", data);
-  EXPECT_TRUE(out.contains("* BaseDir: Searching for real mailbox path of Sent"));
-  EXPECT_TRUE(out.contains("* BaseDir: Mailbox path found: Accounts/alice.macnt/Sent.mdir"));
-  EXPECT_TRUE(out.contains("* BaseDir: Domain not found: unknown.test"));
 }
 
 TEST_F(BaseDirectory, DomainOfIP) {
