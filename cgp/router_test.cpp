@@ -27,9 +27,10 @@ TEST(RouterTable, LineSyntax) {
       "lone=<x>\n"
       "<*> = **\n"
       "a;b = c\n"
-      "\rcr.test = d.test\r\r\n",
+      "\rcr.test = d.test\r\r\n"
+      "<> = <>\n",
       addresses, domains);
-  ASSERT_EQ(addresses.size(), 3u);
+  ASSERT_EQ(addresses.size(), 4u);
   ASSERT_EQ(domains.size(), 4u);
   EXPECT_EQ(addresses[0].left, "a@b");
   EXPECT_EQ(addresses[0].right, "c@d");
@@ -41,6 +42,8 @@ TEST(RouterTable, LineSyntax) {
   EXPECT_EQ(addresses[1].rightSuffix, "t@u = v");
   EXPECT_EQ(addresses[2].rightPrefix, "");
   EXPECT_EQ(addresses[2].rightSuffix, "*");  // only the first "*" splits
+  EXPECT_EQ(addresses[3].left, "");          // empty brackets make an address entry
+  EXPECT_EQ(addresses[3].right, "");
   EXPECT_EQ(domains[0].left, "x.test");
   EXPECT_EQ(domains[0].right, "y.test");
   EXPECT_EQ(domains[1].left, "left");
