@@ -45,6 +45,16 @@ TEST(DataSetText, Quoting) {
   for (const auto& row : rows) EXPECT_EQ(quoteText(row.text), row.written) << row.text;
 }
 
+// Every byte against the 64 characters that a text may be written with bare.
+TEST(DataSetText, AtomCharacters) {
+  const std::string atoms = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.";
+  for (int c = 0; c < 256; ++c) {
+    EXPECT_EQ(isAtomChar(static_cast<unsigned char>(c)),
+              atoms.find(static_cast<char>(c)) != std::string::npos)
+        << c;
+  }
+}
+
 TEST(DataSetText, WriterForms) {
   DataSet d = DataSet::dictionary();
   d.set("key one", arrayOf({DataSet("a"), DataSet(), DataSet("b c")}));

@@ -100,6 +100,7 @@ TEST_F(Router, Routes) {
       {"x@shared-alias.test", "x@shared.test", 2},
       {"user@[192.0.2.10]", "user@example.com", 1},
       {"user@[192.0.2.1]", "user@main.test", 1},
+      {"user@[192.0.2.10", "user@example.com", 1},    // the closing bracket may be missing
       {"user@[203.0.113.5]", "user@example.com", 1},  // the "All Available" domain
       {"ping@main.test", "ping@main.test", 21},
       {"x@blacklisted", "x@blacklisted", 21},
