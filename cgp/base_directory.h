@@ -3,44 +3,28 @@
 // base-directory trace on they log their steps on the "BaseDir" channel.
 #pragma once
 
-#include <map>
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "cgp/dataset_file.h"
 
 namespace cgp {
 
-void setBaseDirTrace(bool on);
-[[nodiscard]] bool baseDirTrace();
-
-// The base directory of a cluster's shared domains (its "SharedDomains" folder is scanned too);
-// unset ("") by default.
-void setSharedBaseDirectory(const std::string& directory);
-[[nodiscard]] std::string sharedBaseDirectory();
-
 // Rebuilds the domain tables, then reads every domain's data files (aliases, forwarders,
 // groups, lists, IP addresses).
-void scanDomains();
+void scanDomains(ServerData& data = serverData());
 
 // Replaces `name` with the name of the local domain as the table holds it; "" stands for the
 // main domain. An unknown name is left as it is.
-void realDomainName(std::string& name);
+void realDomainName(std::string& name, ServerData& data = serverData());
 // Strips "+detail" and then "mailbox#" from an account name.
-void realAccountName(std::string& name);
+void realAccountName(std::string& name, const ServerData& data = serverData());
 // The account's directory in a local domain, or "".
-[[nodiscard]] std::string accountPath(const std::string& account, const std::string& domain);
+[[nodiscard]] std::string accountPath(const std::string& account, const std::string& domain,
+                                      ServerData& data = serverData());
 // The mailbox's file or directory with its suffix, or "".
 [[nodiscard]] std::string mailboxPath(const std::string& mailbox, const std::string& account,
-                                      const std::string& domain);
+                                      const std::string& domain, ServerData& data = serverData());
 // Replaces an IP address text with the domain that owns it, or with the fallback domain.
-void domainOfIP(std::string& ip);
-
-// Snapshots of the tables, for listings.
-using DomainTable = std::map<std::string, std::string>;  // name -> directory
-[[nodiscard]] DomainTable localDomains();
-[[nodiscard]] DomainTable sharedDomains();
-[[nodiscard]] std::vector<std::pair<std::string, std::string>> domainRecords();
-[[nodiscard]] std::map<std::string, std::string> ipTable();  // IP -> domain
-[[nodiscard]] std::string fallbackDomain();
+void domainOfIP(std::string& ip, ServerData& data = serverData());
 
 }  // namespace cgp

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "cgp/dataset_text.h"
+#include "cgp/server_data.h"
 #include "cgp/test_support.h"
 
 namespace cgp {
@@ -14,21 +15,15 @@ using testing::ScratchDirectory;
 
 class DataSetFile : public ::testing::Test {
  protected:
-  void SetUp() override {
-    setBaseDirectory(scratch.path().string());
-    setDataSetTrace(true);
-  }
-  void TearDown() override {
-    setDataSetTrace(false);
-    setBaseDirectory("");
-  }
+  void SetUp() override { data.dataSetTrace.set(true); }
   ScratchDirectory scratch;
+  ServerData data{scratch.path().string()};
 };
 
 TEST_F(DataSetFile, LoadsRelativeToTheBase) {
   scratch.write("Settings/wrapped.settings", "({ DomainName = a.test; })");
   CapturedOutput out;
-  DataSet value = loadDataSet("Settings/wrapped.settings");
+  DataSet value = loadDataSet("Settings/wrapped.settings", data);
   EXPECT_TRUE(value.isDictionary());  // an array of one element loads as that element
   EXPECT_EQ(value.get("DomainName").getText(), "a.test");
   EXPECT_EQ(out.lines(),
@@ -56,20 +51,20 @@ TEST_F(DataSetFile, FailuresGiveAnEmptyValueAndTheirLines) {
   };
   for (const auto& row : rows) {
     CapturedOutput out;
-    EXPECT_TRUE(loadDataSet(row.path).isEmpty()) << row.path;
+    EXPECT_TRUE(loadDataSet(row.path, data).isEmpty()) << row.path;
     EXPECT_EQ(out.lines(), row.lines) << row.path;
   }
-  setDataSetTrace(false);
+  data.dataSetTrace.set(false);
   CapturedOutput quiet;
-  EXPECT_TRUE(loadDataSet("missing.data").isEmpty());
+  EXPECT_TRUE(loadDataSet("missing.data", data).isEmpty());
   EXPECT_EQ(quiet.text(), "");
 }
 
 TEST_F(DataSetFile, TwoLoadsAreIndependent) {
   scratch.write("list.data", "(a, b)");
   CapturedOutput out;
-  DataSet first = loadDataSet("list.data");
-  DataSet second = loadDataSet("list.data");
+  DataSet first = loadDataSet("list.data", data);
+  DataSet second = loadDataSet("list.data", data);
   first.append(DataSet("c"));
   EXPECT_EQ(first.count(), 3u);
   EXPECT_EQ(second.count(), 2u);
@@ -77,8 +72,8 @@ TEST_F(DataSetFile, TwoLoadsAreIndependent) {
 
 TEST_F(DataSetFile, ParseText) {
   CapturedOutput out;
-  EXPECT_EQ(parseDataSetText("(x, y)").count(), 2u);
-  EXPECT_TRUE(parseDataSetText("(x y)").isEmpty());
+  EXPECT_EQ(parseDataSetText("(x, y)", data).count(), 2u);
+  EXPECT_TRUE(parseDataSetText("(x y)", data).isEmpty());
   EXPECT_EQ(out.lines(), (std::vector<std::string>{
                              "* while parsing \"string\" file: syntax error : near \"y\" (1:4)",
                              "* Dataset: string can't be parsed"}));
@@ -86,35 +81,31 @@ TEST_F(DataSetFile, ParseText) {
 
 TEST_F(DataSetFile, MainDomainNameIsReadOnce) {
   CapturedOutput out;
-  EXPECT_EQ(mainDomainName(), "");
+  EXPECT_EQ(mainDomainName(data), "");
   scratch.write("Settings/Main.settings", "{ DomainName = late.test; }");
   out.clear();
-  EXPECT_EQ(mainDomainName(), "");  // not looked for again
+  EXPECT_EQ(mainDomainName(data), "");  // not looked for again
   EXPECT_EQ(out.text(), "");
-  resetMainDomainName();
-  EXPECT_EQ(mainDomainName(), "late.test");
+  ServerData fresh(scratch.path().string());
+  EXPECT_EQ(mainDomainName(fresh), "late.test");
   scratch.write("Settings/Main.settings", "{ DomainName = changed.test; }");
-  EXPECT_EQ(mainDomainName(), "late.test");
+  EXPECT_EQ(mainDomainName(fresh), "late.test");
 }
 
 TEST_F(DataSetFile, MainDomainNeedsADictionaryWithTheKey) {
   CapturedOutput out;
   for (const char* contents : {"(DomainName)", "{ Other = x; }", "DomainName"}) {
     scratch.write("Settings/Main.settings", contents);
-    resetMainDomainName();
-    EXPECT_EQ(mainDomainName(), "") << contents;
+    ServerData fresh(scratch.path().string());
+    EXPECT_EQ(mainDomainName(fresh), "") << contents;
   }
 }
 
 TEST(BasePaths, RelativePathsGoBelowTheBase) {
-  setBaseDirectory("");
-  EXPECT_EQ(inBase("Settings/x"), "Settings/x");
-  setBaseDirectory("srv");
-  EXPECT_EQ(inBase("Settings/x"), "srv/Settings/x");
-  EXPECT_EQ(inBase("/abs/x"), "/abs/x");
-  setBaseDirectory("srv/");
-  EXPECT_EQ(inBase("a"), "srv/a");
-  setBaseDirectory("");
+  EXPECT_EQ(ServerData().inBase("Settings/x"), "Settings/x");
+  EXPECT_EQ(ServerData("srv").inBase("Settings/x"), "srv/Settings/x");
+  EXPECT_EQ(ServerData("srv").inBase("/abs/x"), "/abs/x");
+  EXPECT_EQ(ServerData("srv/").inBase("a"), "srv/a");
 }
 
 }  // namespace

@@ -10,29 +10,14 @@
 #include <thread>
 #include <vector>
 
+#include "cgp/test_support.h"
 #include "kvs/ascii.h"
 #include "kvs/log.h"
 
 namespace cgp {
 namespace {
 
-std::string captured;
-void capture(std::string_view text) {
-  captured.append(text);
-}
-
-// Collects what the reader writes to standard output while it lives.
-class CaptureOutput {
- public:
-  CaptureOutput() {
-    captured.clear();
-    old_ = kvs::setOutputWriter(capture);
-  }
-  ~CaptureOutput() { kvs::setOutputWriter(old_); }
-
- private:
-  kvs::OutputWriter old_;
-};
+using testing::CapturedOutput;
 
 DataSet arrayOf(std::initializer_list<DataSet> items) {
   DataSet a = DataSet::array();
@@ -59,6 +44,16 @@ TEST(DataSetText, Quoting) {
       {"\xe9", "\"\xe9\""},
   };
   for (const auto& row : rows) EXPECT_EQ(quoteText(row.text), row.written) << row.text;
+}
+
+// Every byte against the 64 characters that a text may be written with bare.
+TEST(DataSetText, AtomCharacters) {
+  const std::string atoms = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.";
+  for (int c = 0; c < 256; ++c) {
+    EXPECT_EQ(isAtomChar(static_cast<unsigned char>(c)),
+              atoms.find(static_cast<char>(c)) != std::string::npos)
+        << c;
+  }
 }
 
 TEST(DataSetText, WriterForms) {
@@ -109,9 +104,9 @@ TEST(DataSetText, ReaderAcceptsItsGrammar) {
       {"(a, [x y], {k=v;})", "(a,[xy],{k = v;})", DataSet::Array},
   };
   for (const Row& row : rows) {
-    CaptureOutput out;
+    CapturedOutput out;
     DataSet value = parseDataSet(row.text);
-    EXPECT_EQ(captured, "") << row.text;
+    EXPECT_EQ(out.text(), "") << row.text;
     EXPECT_EQ(value.kind(), row.kind) << row.text;
     EXPECT_EQ(writeDataSet(value, true), row.oneLine) << row.text;
   }
@@ -140,23 +135,23 @@ TEST(DataSetText, ErrorLines) {
       {"a\xc3\xa9", "syntax error : near \"\xc3\" (1:2)", "bytes above 127 are not atoms"},
   };
   for (const auto& row : rows) {
-    CaptureOutput out;
+    CapturedOutput out;
     const std::size_t before = parseErrorCount();
     DataSet value = parseDataSet(row.text);
     EXPECT_TRUE(value.isEmpty()) << row.why;
     EXPECT_EQ(parseErrorCount(), before + 1) << row.why;
-    EXPECT_EQ(captured, std::string("* while parsing \"string\" file: ") + row.line + "\n")
+    EXPECT_EQ(out.text(), std::string("* while parsing \"string\" file: ") + row.line + "\n")
         << row.why;
   }
-  CaptureOutput out;
+  CapturedOutput out;
   (void)parseDataSet("(", "Settings/x.settings");
-  EXPECT_EQ(captured,
+  EXPECT_EQ(out.text(),
             "* while parsing \"Settings/x.settings\" file: syntax error : near \"\" (1:2)\n");
   setParseErrorOutput(false);
-  captured.clear();
+  out.clear();
   EXPECT_TRUE(parseDataSet("((").isEmpty());
   setParseErrorOutput(true);
-  EXPECT_EQ(captured, "");
+  EXPECT_EQ(out.text(), "");
 }
 
 TEST(DataSetText, NestingLimit) {
@@ -165,17 +160,17 @@ TEST(DataSetText, NestingLimit) {
   DataSet deep = parseDataSet(atLimit);
   EXPECT_EQ(deep.kind(), DataSet::Array);
 
-  CaptureOutput out;
+  CapturedOutput out;
   std::string over;
   for (std::size_t i = 0; i < limit; ++i) over += "{a=";
   over += "(";
   EXPECT_TRUE(parseDataSet(over).isEmpty());
-  EXPECT_EQ(captured, "* while parsing \"string\" file: memory exhausted : near \"(\" (1:" +
-                          std::to_string(3 * limit + 1) + ")\n");
-  captured.clear();
+  EXPECT_EQ(out.text(), "* while parsing \"string\" file: memory exhausted : near \"(\" (1:" +
+                            std::to_string(3 * limit + 1) + ")\n");
+  out.clear();
   // Far past the limit, with no end at all: still a clean error, not a crash.
   EXPECT_TRUE(parseDataSet(std::string(1000000, '(')).isEmpty());
-  EXPECT_NE(captured.find("memory exhausted"), std::string::npos);
+  EXPECT_NE(out.text().find("memory exhausted"), std::string::npos);
 }
 
 // Random values within what the notation can carry: no carriage returns in texts, block texts
@@ -257,10 +252,10 @@ TEST(DataSetText, RoundTripsOfGeneratedValues) {
     Generator generate(seed);
     DataSet original = generate.value(0);
     for (bool oneLine : {true, false}) {
-      CaptureOutput out;
+      CapturedOutput out;
       const std::string written = writeDataSet(original, oneLine);
       DataSet back = parseDataSet(written);
-      EXPECT_EQ(captured, "") << "seed " << seed << ": " << written;
+      EXPECT_EQ(out.text(), "") << "seed " << seed << ": " << written;
       // The reader unwraps an array of one element once.
       const bool unwrapped = original.isArray() && original.count() == 1;
       EXPECT_TRUE(sameValue(back, unwrapped ? original.at(0) : original)) << "seed " << seed;

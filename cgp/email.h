@@ -26,10 +26,6 @@ struct EMail {
   [[nodiscard]] std::string text() const {
     return domain.empty() ? account : account + "@" + domain;
   }
-
-  friend bool operator==(const EMail& a, const EMail& b) {
-    return a.account == b.account && a.domain == b.domain;
-  }
 };
 
 }  // namespace cgp

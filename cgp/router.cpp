@@ -7,13 +7,9 @@
 // the table but take no part in a pass.
 #include "cgp/router.h"
 
-#include <atomic>
-#include <filesystem>
-#include <optional>
-#include <system_error>
-
 #include "cgp/base_directory.h"
 #include "cgp/dataset_file.h"
+#include "cgp/server_data.h"
 #include "kvs/ascii.h"
 #include "kvs/log.h"
 #include "kvs/mutex.h"
@@ -21,38 +17,17 @@
 namespace cgp {
 namespace {
 
-using Stamp = std::optional<std::filesystem::file_time_type>;
-
-struct RouterState {
-  kvs::MutexInterface lock;
-  bool loaded = false;
-  Stamp mainStamp, sharedStamp;
-  std::vector<RouterEntry> addressEntries, domainEntries;
-  RouterSettings settings;
-  int passes = 0;
-};
-
-RouterState& state() {
-  static RouterState s;
-  return s;
-}
-
-std::atomic<bool> traceOn{false};
-
 constexpr const char* kMainTable = "Settings/Router.data";
 constexpr const char* kSharedTable = "SharedDomains/Settings/Router.data";
 
-void trace(const std::string& text) {
-  if (traceOn) kvs::logline("Router") << text;
-}
-void logAlways(const std::string& text) {
-  kvs::logline("Router") << text;
-}
+// Only blanks and tabs surround a side: the line's final carriage return is gone before the
+// trim, and any other byte belongs to the entry.
+constexpr std::string_view kBlanks = " \t";
 
-std::string_view trimBlanks(std::string_view s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
-  return s;
+std::string_view trimmed(std::string_view side) {
+  const std::size_t first = side.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return side.substr(first, side.find_last_not_of(kBlanks) - first + 1);
 }
 
 bool unbracket(std::string_view& side) {
@@ -68,17 +43,6 @@ void splitAtStar(std::string_view side, std::string& prefix, std::string& suffix
   star = at != std::string_view::npos;
   prefix.assign(star ? side.substr(0, at) : side);
   suffix.assign(star ? side.substr(at + 1) : std::string_view());
-}
-
-bool endsWith(std::string_view text, std::string_view ending) {
-  return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
-}
-
-Stamp stampOf(const std::string& path) {
-  std::error_code ec;
-  auto time = std::filesystem::last_write_time(std::filesystem::path(inBase(path)), ec);
-  if (ec) return std::nullopt;
-  return time;
 }
 
 // The replacement when `entry` matches `text`, or nothing.
@@ -103,57 +67,60 @@ std::optional<std::string> match(const RouterEntry& entry, const std::string& te
 }
 
 // Goes through one entry list; the first match wins.
-std::optional<std::string> firstMatch(const std::vector<RouterEntry>& entries,
+std::optional<std::string> firstMatch(const ServerData& data,
+                                      const std::vector<RouterEntry>& entries,
                                       const std::string& text, const char* what) {
   for (const RouterEntry& entry : entries) {
-    trace(std::string("Testing ") + what + " entry " + entry.left + " = " + entry.right);
+    data.routerTrace(std::string("Testing ") + what + " entry " + entry.left + " = " + entry.right);
     if (entry.rightStar && !entry.leftStar) {
-      logAlways("Invalid router entry (<" + entry.left + "> = " + entry.rightPrefix + "*" +
-                entry.rightSuffix + "), check the Router webadmin page of CGPro");
+      data.routerTrace.always("Invalid router entry (<" + entry.left + "> = " + entry.rightPrefix +
+                              "*" + entry.rightSuffix +
+                              "), check the Router webadmin page of CGPro");
       continue;
     }
     if (auto replacement = match(entry, text)) {
-      trace("Matched. Replacing by " + *replacement);
+      data.routerTrace("Matched. Replacing by " + *replacement);
       return replacement;
     }
   }
   return std::nullopt;
 }
 
-void runPasses(RouterState& s, EMail& address) {
+void runPasses(ServerData& data, EMail& address) {
+  RouterTable& router = data.router;
   for (;;) {
-    if (++s.passes > kMaxRouterPasses) {
-      logAlways(
+    if (++router.passes > kMaxRouterPasses) {
+      data.routerTrace.always(
           "Internal loop into filter's router. If there's no internal loop into Communigate "
           "Pro router, please contact Korvantis.");
       return;
     }
     if (address.account.empty() && address.domain.empty()) {
-      trace("Router: Empty address");
+      data.routerTrace("Router: Empty address");
       return;
     }
-    trace("Entering Router Loop " + std::to_string(s.passes));
-    trace("Trying to route " + address.text());
+    data.routerTrace("Entering Router Loop " + std::to_string(router.passes));
+    data.routerTrace("Trying to route " + address.text());
     if (address.domain == "blacklisted") {
       address = EMail::parse(address.text());
       continue;
     }
     const std::string whole = address.account + "@" + address.domain;
     std::optional<std::string> replacement;
-    if (!endsWith(whole, "@blacklisted")) {
-      replacement = firstMatch(s.addressEntries, whole, "address");
+    if (!whole.ends_with("@blacklisted")) {
+      replacement = firstMatch(data, router.addressEntries, whole, "address");
       if (replacement) address = EMail::parse(*replacement);
     }
     if (!replacement) {
-      replacement = firstMatch(s.domainEntries, address.domain, "domain");
+      replacement = firstMatch(data, router.domainEntries, address.domain, "domain");
       if (!replacement) return;  // nothing matched: the address is final
       address.domain = *replacement;
     }
     // Delivery to a remote server, a local account or a program ends routing; so does an
     // account part that still holds "@".
     const std::string& domain = address.domain;
-    if (address.account.find('@') != std::string::npos || endsWith(domain, ".smtp") ||
-        endsWith(domain, ".local") || endsWith(domain, ".pipe")) {
+    if (address.account.find('@') != std::string::npos || domain.ends_with(".smtp") ||
+        domain.ends_with(".local") || domain.ends_with(".pipe")) {
       return;
     }
   }
@@ -171,8 +138,8 @@ void parseRouterTable(std::string_view text, std::vector<RouterEntry>& addressEn
     line = line.substr(0, line.find(';'));
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos) continue;
-    std::string_view left = trimBlanks(line.substr(0, equals));
-    std::string_view right = trimBlanks(line.substr(equals + 1));
+    std::string_view left = trimmed(line.substr(0, equals));
+    std::string_view right = trimmed(line.substr(equals + 1));
     const bool isAddress = unbracket(left);
     unbracket(right);
     RouterEntry entry;
@@ -184,96 +151,54 @@ void parseRouterTable(std::string_view text, std::vector<RouterEntry>& addressEn
   }
 }
 
-void setRouterTrace(bool on) {
-  traceOn = on;
-}
-bool routerTrace() {
-  return traceOn;
-}
-
-bool loadRouter() {
-  RouterState& s = state();
-  kvs::ScopedLock lock(s.lock);
-  const Stamp mainStamp = stampOf(kMainTable);
+bool loadRouter(ServerData& data) {
+  kvs::ScopedLock lock(data.routerLock);
+  RouterTable& router = data.router;
+  const std::optional<FileStamp> mainStamp = data.stamp(kMainTable);
   if (!mainStamp) return false;
-  const Stamp sharedStamp = stampOf(kSharedTable);
-  if (s.loaded && mainStamp == s.mainStamp && sharedStamp == s.sharedStamp) return true;
-
-  s.addressEntries.clear();
-  s.domainEntries.clear();
+  const std::optional<FileStamp> sharedStamp = data.stamp(kSharedTable);
+  if (router.loaded && mainStamp == router.mainStamp && sharedStamp == router.sharedStamp) {
+    return true;
+  }
+  router.addressEntries.clear();
+  router.domainEntries.clear();
   for (const char* file : {kMainTable, kSharedTable}) {
-    if (auto text = readWholeFile(file)) {
-      parseRouterTable(*text, s.addressEntries, s.domainEntries);
+    if (auto text = readWholeFile(file, data)) {
+      parseRouterTable(*text, router.addressEntries, router.domainEntries);
     }
   }
-  const DataSet settings = loadDataSet("Settings/Router.settings");
-  s.settings = RouterSettings();
-  s.settings.domainQualifier = settings.get("DomainQualifier").getText();
-  s.settings.extendNonQualifiedDomains =
+  const DataSet settings = loadDataSet("Settings/Router.settings", data);
+  router.settings = RouterSettings();
+  router.settings.domainQualifier = settings.get("DomainQualifier").getText();
+  router.settings.extendNonQualifiedDomains =
       settings.get("ExtendNonQualifiedDomains").getText() == "yes";
   for (const auto& [alias, target] : settings.get("GlobalAliases").entries()) {
-    s.settings.globalAliases[alias] = target.getText();
+    router.settings.globalAliases[alias] = target.getText();
   }
-  s.mainStamp = mainStamp;
-  s.sharedStamp = sharedStamp;
-  s.loaded = true;
+  router.mainStamp = mainStamp;
+  router.sharedStamp = sharedStamp;
+  router.loaded = true;
   return true;
 }
 
-void clearRouter() {
-  RouterState& s = state();
-  kvs::ScopedLock lock(s.lock);
-  s.loaded = false;
-  s.mainStamp.reset();
-  s.sharedStamp.reset();
-  s.addressEntries.clear();
-  s.domainEntries.clear();
-  s.settings = RouterSettings();
-}
-
-EMail route(const EMail& address) {
-  RouterState& s = state();
+EMail route(const EMail& address, ServerData& data) {
   EMail result = address;
-  kvs::ScopedLock lock(s.lock);
-  s.passes = 0;
+  kvs::ScopedLock lock(data.routerLock);
+  data.router.passes = 0;
   try {
     if (!result.domain.empty() && result.domain.front() == '[') {
       // "[192.0.2.1]" is looked up as "192.0.2.1".
       std::string ip = result.domain.substr(1);
       if (!ip.empty() && ip.back() == ']') ip.pop_back();
-      domainOfIP(ip);
+      domainOfIP(ip, data);
       result.domain = ip;
     }
-    runPasses(s, result);
-    if (endsWith(result.domain, ".here")) result.domain.resize(result.domain.size() - 5);
+    runPasses(data, result);
+    if (result.domain.ends_with(".here")) result.domain.resize(result.domain.size() - 5);
   } catch (const std::exception&) {
     // Lookups never throw: an address is returned as far as it got.
   }
   return result;
-}
-
-std::vector<RouterEntry> routerAddressEntries() {
-  RouterState& s = state();
-  kvs::ScopedLock lock(s.lock);
-  return s.addressEntries;
-}
-
-std::vector<RouterEntry> routerDomainEntries() {
-  RouterState& s = state();
-  kvs::ScopedLock lock(s.lock);
-  return s.domainEntries;
-}
-
-RouterSettings routerSettings() {
-  RouterState& s = state();
-  kvs::ScopedLock lock(s.lock);
-  return s.settings;
-}
-
-int routerPassCount() {
-  RouterState& s = state();
-  kvs::ScopedLock lock(s.lock);
-  return s.passes;
 }
 
 }  // namespace cgp

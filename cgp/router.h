@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cgp/dataset_file.h"
 #include "cgp/email.h"
 
 namespace cgp {
@@ -28,26 +29,14 @@ struct RouterSettings {
 // The most passes one routing makes.
 inline constexpr int kMaxRouterPasses = 20;
 
-void setRouterTrace(bool on);
-[[nodiscard]] bool routerTrace();
-
 // False when Settings/Router.data does not exist. Rereads both Router.data files (and
 // Router.settings) only when a modification time has changed since the last load.
-bool loadRouter();
-// Forgets the loaded table and its stamps.
-void clearRouter();
+bool loadRouter(ServerData& data = serverData());
 
-[[nodiscard]] EMail route(const EMail& address);
+[[nodiscard]] EMail route(const EMail& address, ServerData& data = serverData());
 
 // Reads the text of a Router.data file into the two entry lists.
 void parseRouterTable(std::string_view text, std::vector<RouterEntry>& addressEntries,
                       std::vector<RouterEntry>& domainEntries);
-
-// Snapshots, for listings and tests.
-[[nodiscard]] std::vector<RouterEntry> routerAddressEntries();
-[[nodiscard]] std::vector<RouterEntry> routerDomainEntries();
-[[nodiscard]] RouterSettings routerSettings();
-// Passes made by the last routing.
-[[nodiscard]] int routerPassCount();
 
 }  // namespace cgp

@@ -6,8 +6,7 @@
 #include <filesystem>
 
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
-#include "cgp/domain_data.h"
+#include "cgp/server_data.h"
 #include "cgp/test_support.h"
 
 namespace cgp {
@@ -27,10 +26,12 @@ TEST(RouterTable, LineSyntax) {
       "left = \n"
       "lone=<x>\n"
       "<*> = **\n"
-      "a;b = c\n",
+      "a;b = c\n"
+      "\rcr.test = d.test\r\r\n"
+      "<> = <>\n",
       addresses, domains);
-  ASSERT_EQ(addresses.size(), 3u);
-  ASSERT_EQ(domains.size(), 3u);
+  ASSERT_EQ(addresses.size(), 4u);
+  ASSERT_EQ(domains.size(), 4u);
   EXPECT_EQ(addresses[0].left, "a@b");
   EXPECT_EQ(addresses[0].right, "c@d");
   EXPECT_FALSE(addresses[0].leftStar);
@@ -41,36 +42,34 @@ TEST(RouterTable, LineSyntax) {
   EXPECT_EQ(addresses[1].rightSuffix, "t@u = v");
   EXPECT_EQ(addresses[2].rightPrefix, "");
   EXPECT_EQ(addresses[2].rightSuffix, "*");  // only the first "*" splits
+  EXPECT_EQ(addresses[3].left, "");          // empty brackets make an address entry
+  EXPECT_EQ(addresses[3].right, "");
   EXPECT_EQ(domains[0].left, "x.test");
   EXPECT_EQ(domains[0].right, "y.test");
   EXPECT_EQ(domains[1].left, "left");
   EXPECT_EQ(domains[1].right, "");
   EXPECT_EQ(domains[2].right, "x");
+  EXPECT_EQ(domains[3].left, "\rcr.test");  // only the line's last carriage return goes
+  EXPECT_EQ(domains[3].right, "d.test\r");
 }
 
 class Router : public ::testing::Test {
  protected:
   void SetUp() override {
-    setBaseDirectory(testing::testBase());
-    clearDomainData();
-    clearRouter();
     CapturedOutput quiet;
-    scanDomains();
-    ASSERT_TRUE(loadRouter());
+    scanDomains(data);
+    ASSERT_TRUE(loadRouter(data));
   }
-  void TearDown() override {
-    setRouterTrace(false);
-    clearRouter();
-    setBaseDirectory("");
-  }
+  ServerData data{testing::testBase()};
 };
 
 TEST_F(Router, LoadsBothTablesAndTheSettings) {
-  EXPECT_EQ(routerAddressEntries().size(), 9u);
-  const auto domains = routerDomainEntries();
+  const RouterTable table = data.routerTable();
+  EXPECT_EQ(table.addressEntries.size(), 9u);
+  const auto& domains = table.domainEntries;
   ASSERT_EQ(domains.size(), 5u);
   EXPECT_EQ(domains.back().left, "shared-alias.test");  // the shared table comes last
-  const RouterSettings settings = routerSettings();
+  const RouterSettings& settings = table.settings;
   EXPECT_EQ(settings.domainQualifier, "main.test");
   EXPECT_TRUE(settings.extendNonQualifiedDomains);
   EXPECT_EQ(settings.globalAliases, (std::map<std::string, std::string>{{"root", "postmaster"}}));
@@ -101,6 +100,7 @@ TEST_F(Router, Routes) {
       {"x@shared-alias.test", "x@shared.test", 2},
       {"user@[192.0.2.10]", "user@example.com", 1},
       {"user@[192.0.2.1]", "user@main.test", 1},
+      {"user@[192.0.2.10", "user@example.com", 1},    // the closing bracket may be missing
       {"user@[203.0.113.5]", "user@example.com", 1},  // the "All Available" domain
       {"ping@main.test", "ping@main.test", 21},
       {"x@blacklisted", "x@blacklisted", 21},
@@ -108,63 +108,46 @@ TEST_F(Router, Routes) {
   };
   for (const auto& row : rows) {
     CapturedOutput out;
-    EXPECT_EQ(route(EMail::parse(row.address)).text(), row.routed) << row.address;
-    EXPECT_EQ(routerPassCount(), row.passes) << row.address;
+    EXPECT_EQ(route(EMail::parse(row.address), data).text(), row.routed) << row.address;
+    EXPECT_EQ(data.routerTable().passes, row.passes) << row.address;
   }
 }
 
-TEST_F(Router, LinesOfARouting) {
-  setRouterTrace(true);
+// With the trace off, only the invalid entry and the pass limit are logged.
+TEST_F(Router, LinesWrittenWithoutTheTrace) {
   CapturedOutput out;
-  EXPECT_EQ(route(EMail::parse("x@old.test")).text(), "x@main.test");
-  const auto lines = out.lines();
-  ASSERT_GE(lines.size(), 5u);
-  EXPECT_EQ(lines[0], "* Router: Entering Router Loop 1");
-  EXPECT_EQ(lines[1], "* Router: Trying to route x@old.test");
-  EXPECT_EQ(lines[2], "* Router: Testing address entry abuse@main.test = postmaster@main.test");
-  EXPECT_TRUE(
-      out.contains("* Router: Invalid router entry (<bad@main.test> = x*y@main.test), "
-                   "check the Router webadmin page of CGPro"));
-  EXPECT_TRUE(out.contains("* Router: Testing domain entry old.test = main.test"));
-  EXPECT_TRUE(out.contains("* Router: Matched. Replacing by main.test"));
-  EXPECT_TRUE(out.contains("* Router: Entering Router Loop 2"));
-  EXPECT_FALSE(out.contains("* Router: Entering Router Loop 3"));
-
-  out.clear();
-  kvs::resetRepeatTable();
-  setRouterTrace(false);
-  (void)route(EMail::parse("ping@main.test"));
-  (void)route(EMail());
-  // The loop's entries come before the invalid one, so only the loop line is written.
-  EXPECT_EQ(out.lines(), (std::vector<std::string>{
-                             "* Router: Internal loop into filter's router. If there's no internal "
-                             "loop into Communigate Pro router, please contact Korvantis."}));
+  (void)route(EMail::parse("bad@main.test"), data);
+  (void)route(EMail::parse("ping@main.test"), data);  // its entries come before the invalid one
+  (void)route(EMail(), data);
+  EXPECT_EQ(out.lines(),
+            (std::vector<std::string>{
+                "* Router: Invalid router entry (<bad@main.test> = x*y@main.test), check the "
+                "Router webadmin page of CGPro",
+                "* Router: Internal loop into filter's router. If there's no internal loop into "
+                "Communigate Pro router, please contact Korvantis."}));
 }
 
 TEST(RouterLoad, MissingTableAndReloads) {
   testing::ScratchDirectory base;
-  setBaseDirectory(base.path().string());
-  clearRouter();
-  EXPECT_FALSE(loadRouter());
-  EXPECT_EQ(route(EMail("a", "b.test")).text(), "a@b.test");
+  ServerData data(base.path().string());
+  EXPECT_FALSE(loadRouter(data));
+  EXPECT_EQ(route(EMail("a", "b.test"), data).text(), "a@b.test");
 
   base.write("Settings/Router.data", "one.test = two.test\n");
-  EXPECT_TRUE(loadRouter());
-  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@two.test");
+  EXPECT_TRUE(loadRouter(data));
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@two.test");
 
   const auto file = base.path() / "Settings/Router.data";
   const auto time = std::filesystem::last_write_time(file);
   base.write("Settings/Router.data", "one.test = three.test\n");
   std::filesystem::last_write_time(file, time);
-  EXPECT_TRUE(loadRouter());  // same time: the table in memory stays
-  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@two.test");
+  EXPECT_TRUE(loadRouter(data));  // same time: the table in memory stays
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@two.test");
 
   base.write("SharedDomains/Settings/Router.data", "<a@x.test> = b@y.test\n");
-  EXPECT_TRUE(loadRouter());  // the shared table's time changed: both are reread
-  EXPECT_EQ(route(EMail("a", "one.test")).text(), "a@three.test");
-  EXPECT_EQ(route(EMail("a", "x.test")).text(), "b@y.test");
-  clearRouter();
-  setBaseDirectory("");
+  EXPECT_TRUE(loadRouter(data));  // the shared table's time changed: both are reread
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@three.test");
+  EXPECT_EQ(route(EMail("a", "x.test"), data).text(), "b@y.test");
 }
 
 }  // namespace

@@ -48,13 +48,6 @@ std::vector<std::string> CapturedOutput::lines() const {
   return result;
 }
 
-bool CapturedOutput::contains(const std::string& line) const {
-  for (const std::string& l : lines()) {
-    if (l == line) return true;
-  }
-  return false;
-}
-
 void CapturedOutput::clear() {
   std::lock_guard<std::mutex> lock(capturedMutex);
   captured.clear();

@@ -20,7 +20,6 @@ class CapturedOutput {
 
   [[nodiscard]] std::string text() const;
   [[nodiscard]] std::vector<std::string> lines() const;
-  [[nodiscard]] bool contains(const std::string& line) const;
   void clear();
 
  private:

@@ -63,56 +63,22 @@ void checkRows(const std::vector<LookupRow>& rows) {
   }
 }
 
-TEST(ServerDataTool, Account) {
+// One lookup per command and its failure; the lookups' own rules are the cgp unit tests'.
+TEST(ServerDataTool, Lookups) {
   checkRows({
-      {{"account", "alice@main.test"}, 0, "Accounts/alice.macnt"},
-      {{"account", "bob"}, 0, "Accounts/staff.sub/bob.aacnt"},  // no domain: the main one
-      {{"account", "bob+news@main.test"}, 0, "Accounts/staff.sub/bob.aacnt"},
-      {{"account", "Sent#alice+x@main.test"}, 0, "Accounts/alice.macnt"},
-      {{"account", "dave@example.com"}, 0, "Domains/example.com/sales.sub/dave.macnt"},
+      {{"account", "Sent#bob+x"}, 0, "Accounts/staff.sub/bob.aacnt"},  // real names, main domain
       {{"account", "nobody@example.com"}, 1, ""},
-      {{"account", "frank@Upper.com"}, 1, ""},
-      {{"account", "eve@shared.test"}, 1, ""},
-  });
-}
-
-TEST(ServerDataTool, Mailbox) {
-  checkRows({
-      {{"mailbox", "alice@main.test", "INBOX"}, 0, "Accounts/alice.macnt/INBOX.mbox"},
-      {{"mailbox", "alice@main.test", "Archive/2024"},
-       0,
-       "Accounts/alice.macnt/Archive.folder/2024.mslc"},
-      {{"mailbox", "bob@", "INBOX"}, 0, "Accounts/staff.sub/bob.aacnt/INBOX.mdir"},
       {{"mailbox", "dave@example.com", "Orders"},
        0,
        "Domains/example.com/sales.sub/dave.macnt/Orders.mslc"},
-      {{"mailbox", "alice@main.test", "Missing"}, 1, ""},
       {{"mailbox", "alice@nowhere.test", "INBOX"}, 1, ""},
-  });
-}
-
-TEST(ServerDataTool, Resolve) {
-  checkRows({
-      {{"resolve", "info@example.com"}, 0, "carol@example.com"},
-      {{"resolve", "boss@main.test"}, 0, "alice@main.test"},
-      {{"resolve", "helpdesk@example.com"}, 0, "carol@example.com"},
-      {{"resolve", "chain1@example.com"}, 0, "boss@main.test"},
-      {{"resolve", "ping@example.com"}, 0, "pong@example.com"},
+      {{"resolve", "info@example.com"}, 0, "carol@example.com"},  // an alias
+      {{"resolve", "chain1@example.com"}, 0, "boss@main.test"},   // a forwarder, followed
       {{"resolve", "carol@example.com"}, 1, ""},
-      {{"resolve", "x@nowhere.test"}, 1, ""},
-  });
-}
-
-TEST(ServerDataTool, Route) {
-  checkRows({
-      {{"route", "abuse@main.test"}, 0, "postmaster@main.test"},
-      {{"route", "Info-dave@main.test"}, 0, "dave@example.com"},
-      {{"route", "user@[192.0.2.10]"}, 0, "user@example.com"},
-      {{"route", "user@foo.legacy.test"}, 0, "user@foo"},
-      {{"route", "x@shared-alias.test"}, 0, "x@shared.test"},
-      {{"route", "ping@main.test"}, 0, "ping@main.test"},
+      {{"route", "user@[192.0.2.10]"}, 0, "user@example.com"},  // needs the domain scan
   });
   const auto loop = run(tool({"route", "--base", base(), "pong@main.test"}));
+  EXPECT_EQ(loop.exitCode, 0);
   EXPECT_NE(loop.out.find("* Router: Internal loop into filter's router."), std::string::npos);
   // Accounts has no Settings/Router.data of its own.
   const auto none = run(tool({"route", "--base", base() + "/Accounts", "a@b.test"}));
@@ -121,23 +87,17 @@ TEST(ServerDataTool, Route) {
   EXPECT_NE(none.err.find("Settings/Router.data"), std::string::npos);
 }
 
-TEST(ServerDataTool, TraceSwitchesTheTraceOn) {
+TEST(ServerDataTool, TraceSwitchesEveryChannelOn) {
   const auto quiet = run(tool({"route", "--base", base(), "x@old.test"}));
   const auto traced = run(tool({"route", "--base", base(), "--trace", "x@old.test"}));
   EXPECT_EQ(resultOf(quiet), "x@main.test");
   EXPECT_EQ(resultOf(traced), "x@main.test");
-  EXPECT_EQ(quiet.out.find("* Router: Entering Router Loop 1"), std::string::npos);
   for (const char* line :
-       {"* Router: Entering Router Loop 1\n", "* Router: Trying to route x@old.test\n",
-        "* Router: Matched. Replacing by main.test\n", "* BaseDir: Found IP: 192.0.2.10\n",
+       {"* Router: Entering Router Loop 1\n", "* BaseDir: Found IP: 192.0.2.10\n",
         "* Dataset: Loading from file Settings/Router.settings\n"}) {
     EXPECT_NE(traced.out.find(line), std::string::npos) << line;
+    EXPECT_EQ(quiet.out.find(line), std::string::npos) << line;
   }
-  const auto account =
-      run(tool({"account", "--trace", "--base", base(), "box#dave+x@example.com"}));
-  EXPECT_NE(account.out.find("* BaseDir: Account dave path found at "
-                             "Domains/example.com/sales.sub/dave.macnt\n"),
-            std::string::npos);
 }
 
 TEST(ServerDataTool, Domains) {

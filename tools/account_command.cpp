@@ -1,6 +1,5 @@
 // velmora-tool account: the directory of an account.
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
 #include "cgp/email.h"
 #include "tools/server_options.h"
 
@@ -17,23 +16,21 @@ const char kHelp[] =
     "domain, directly or inside a *.sub folder.\n"
     "\n" VELMORA_SERVER_OPTIONS_HELP;
 
-}  // namespace
-
-int runAccount(const Args& args) {
-  ServerOptions options;
-  if (int code = prepareServerCommand("account", kHelp, args, false, 1, options); code >= 0) {
-    return code;
-  }
-  cgp::setBaseDirTrace(options.trace);
-  cgp::setDataSetTrace(options.trace);
-  cgp::scanDomains();
+int findAccount(const ServerOptions& options, cgp::ServerData& data) {
+  cgp::scanDomains(data);
   cgp::EMail address = cgp::EMail::parse(options.operands[0]);
-  cgp::realDomainName(address.domain);
-  cgp::realAccountName(address.account);
-  const std::string path = cgp::accountPath(address.account, address.domain);
+  cgp::realDomainName(address.domain, data);
+  cgp::realAccountName(address.account, data);
+  const std::string path = cgp::accountPath(address.account, address.domain, data);
   if (path.empty()) return 1;
   printResult(path);
   return 0;
+}
+
+}  // namespace
+
+int runAccount(const Args& args) {
+  return runServerCommand("account", kHelp, args, false, 1, findAccount);
 }
 
 }  // namespace tool

@@ -23,27 +23,20 @@ const char kHelp[] =
     "  --trace        log the file's loading on the \"Dataset\" channel\n"
     "  --help         this text\n";
 
-}  // namespace
-
-int runDataset(const Args& args) {
-  ServerOptions options;
-  if (int code = prepareServerCommand("dataset", kHelp, args, true, 1, options); code >= 0) {
-    return code;
-  }
-  cgp::setDataSetTrace(options.trace);
+int rewrite(const ServerOptions& options, cgp::ServerData& data) {
   const std::string& source = options.operands[0];
   const std::size_t errorsBefore = cgp::parseErrorCount();
   cgp::DataSet value;
   if (source == "-") {
     const std::string text((std::istreambuf_iterator<char>(std::cin)),
                            std::istreambuf_iterator<char>());
-    value = cgp::parseDataSetText(text);
+    value = cgp::parseDataSetText(text, data);
   } else {
-    if (!cgp::readWholeFile(source)) {
-      std::fprintf(stderr, "velmora-tool dataset: cannot read %s\n", cgp::inBase(source).c_str());
+    if (!cgp::readWholeFile(source, data)) {
+      std::fprintf(stderr, "velmora-tool dataset: cannot read %s\n", data.inBase(source).c_str());
       return 1;
     }
-    value = cgp::loadDataSet(source);
+    value = cgp::loadDataSet(source, data);
   }
   if (cgp::parseErrorCount() != errorsBefore) return 1;
   if (value.isEmpty()) return 0;  // an empty text is an empty value: nothing to write
@@ -53,6 +46,12 @@ int runDataset(const Args& args) {
   if (!written.empty() && written.front() == '\n') written.erase(0, 1);
   printResult(written);
   return 0;
+}
+
+}  // namespace
+
+int runDataset(const Args& args) {
+  return runServerCommand("dataset", kHelp, args, true, 1, rewrite);
 }
 
 }  // namespace tool

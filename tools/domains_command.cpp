@@ -1,6 +1,5 @@
 // velmora-tool domains: the domains of a base directory as the domain scan finds them.
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
 #include "cgp/domain_data.h"
 #include "tools/server_options.h"
 
@@ -20,29 +19,24 @@ const char kHelp[] =
     "domain is found.\n"
     "\n" VELMORA_SERVER_OPTIONS_HELP;
 
+int listDomains(const ServerOptions& options, cgp::ServerData& data) {
+  cgp::scanDomains(data);
+  if (options.trace) cgp::logDomainDataCounts(data);
+  const cgp::DomainTables tables = data.domainTables();
+  for (const auto& [name, path] : tables.local) printResult("local " + name + " " + path);
+  for (const auto& [name, path] : tables.shared) printResult("shared " + name + " " + path);
+  for (const auto& [domain, aliases] : tables.domainAliases) {
+    for (const std::string& alias : aliases) printResult("alias " + alias + " " + domain);
+  }
+  for (const auto& [ip, domain] : tables.ips) printResult("ip " + ip + " " + domain);
+  if (!tables.fallback.empty()) printResult("fallback " + tables.fallback);
+  return tables.local.empty() && tables.shared.empty() ? 1 : 0;
+}
+
 }  // namespace
 
 int runDomains(const Args& args) {
-  ServerOptions options;
-  if (int code = prepareServerCommand("domains", kHelp, args, false, 0, options); code >= 0) {
-    return code;
-  }
-  cgp::setBaseDirTrace(options.trace);
-  cgp::setDataSetTrace(options.trace);
-  cgp::scanDomains();
-  if (options.trace) cgp::logDomainDataCounts();
-  const auto local = cgp::localDomains();
-  const auto shared = cgp::sharedDomains();
-  for (const auto& [name, path] : local) printResult("local " + name + " " + path);
-  for (const auto& [name, path] : shared) printResult("shared " + name + " " + path);
-  for (const auto& [domain, aliases] : cgp::domainAliasTable()) {
-    for (const std::string& alias : aliases) printResult("alias " + alias + " " + domain);
-  }
-  for (const auto& [ip, domain] : cgp::ipTable()) printResult("ip " + ip + " " + domain);
-  if (const std::string fallback = cgp::fallbackDomain(); !fallback.empty()) {
-    printResult("fallback " + fallback);
-  }
-  return local.empty() && shared.empty() ? 1 : 0;
+  return runServerCommand("domains", kHelp, args, false, 0, listDomains);
 }
 
 }  // namespace tool

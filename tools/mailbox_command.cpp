@@ -1,6 +1,5 @@
 // velmora-tool mailbox: the file or directory of a mailbox.
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
 #include "cgp/email.h"
 #include "tools/server_options.h"
 
@@ -15,21 +14,20 @@ const char kHelp[] =
     "NAME.mbox or NAME.mslc, in that order. The domain is turned into its real name first.\n"
     "\n" VELMORA_SERVER_OPTIONS_HELP;
 
-}  // namespace
-
-int runMailbox(const Args& args) {
-  ServerOptions options;
-  if (int code = prepareServerCommand("mailbox", kHelp, args, false, 2, options); code >= 0) {
-    return code;
-  }
-  cgp::setBaseDirTrace(options.trace);
-  cgp::setDataSetTrace(options.trace);
-  cgp::scanDomains();
+int findMailbox(const ServerOptions& options, cgp::ServerData& data) {
+  cgp::scanDomains(data);
   const cgp::EMail address = cgp::EMail::parse(options.operands[0]);
-  const std::string path = cgp::mailboxPath(options.operands[1], address.account, address.domain);
+  const std::string path =
+      cgp::mailboxPath(options.operands[1], address.account, address.domain, data);
   if (path.empty()) return 1;
   printResult(path);
   return 0;
+}
+
+}  // namespace
+
+int runMailbox(const Args& args) {
+  return runServerCommand("mailbox", kHelp, args, false, 2, findMailbox);
 }
 
 }  // namespace tool

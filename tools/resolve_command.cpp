@@ -1,6 +1,5 @@
 // velmora-tool resolve: the account that an alias or a forwarder stands for.
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
 #include "cgp/domain_data.h"
 #include "cgp/email.h"
 #include "tools/server_options.h"
@@ -16,20 +15,18 @@ const char kHelp[] =
     "forwarders to forwarders at most ten levels deep. Exits with 1 when ADDRESS is neither.\n"
     "\n" VELMORA_SERVER_OPTIONS_HELP;
 
+int resolve(const ServerOptions& options, cgp::ServerData& data) {
+  cgp::scanDomains(data);
+  cgp::EMail address = cgp::EMail::parse(options.operands[0]);
+  if (!cgp::resolveAlias(address, data) && !cgp::resolveForwarder(address, 0, data)) return 1;
+  printResult(address.text());
+  return 0;
+}
+
 }  // namespace
 
 int runResolve(const Args& args) {
-  ServerOptions options;
-  if (int code = prepareServerCommand("resolve", kHelp, args, false, 1, options); code >= 0) {
-    return code;
-  }
-  cgp::setBaseDirTrace(options.trace);
-  cgp::setDataSetTrace(options.trace);
-  cgp::scanDomains();
-  cgp::EMail address = cgp::EMail::parse(options.operands[0]);
-  if (!cgp::resolveAlias(address) && !cgp::resolveForwarder(address)) return 1;
-  printResult(address.text());
-  return 0;
+  return runServerCommand("resolve", kHelp, args, false, 1, resolve);
 }
 
 }  // namespace tool

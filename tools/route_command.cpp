@@ -2,7 +2,6 @@
 #include <cstdio>
 
 #include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
 #include "cgp/email.h"
 #include "cgp/router.h"
 #include "tools/server_options.h"
@@ -19,24 +18,21 @@ const char kHelp[] =
     "removed. Exits with 1 when there is no Settings/Router.data.\n"
     "\n" VELMORA_SERVER_OPTIONS_HELP;
 
+int routeAddress(const ServerOptions& options, cgp::ServerData& data) {
+  cgp::scanDomains(data);
+  if (!cgp::loadRouter(data)) {
+    std::fprintf(stderr, "velmora-tool route: no %s\n",
+                 data.inBase("Settings/Router.data").c_str());
+    return 1;
+  }
+  printResult(cgp::route(cgp::EMail::parse(options.operands[0]), data).text());
+  return 0;
+}
+
 }  // namespace
 
 int runRoute(const Args& args) {
-  ServerOptions options;
-  if (int code = prepareServerCommand("route", kHelp, args, false, 1, options); code >= 0) {
-    return code;
-  }
-  cgp::setRouterTrace(options.trace);
-  cgp::setBaseDirTrace(options.trace);
-  cgp::setDataSetTrace(options.trace);
-  cgp::scanDomains();
-  if (!cgp::loadRouter()) {
-    std::fprintf(stderr, "velmora-tool route: no %s\n",
-                 cgp::inBase("Settings/Router.data").c_str());
-    return 1;
-  }
-  printResult(cgp::route(cgp::EMail::parse(options.operands[0])).text());
-  return 0;
+  return runServerCommand("route", kHelp, args, false, 1, routeAddress);
 }
 
 }  // namespace tool

@@ -5,12 +5,13 @@
 #include <filesystem>
 #include <system_error>
 
-#include "cgp/base_directory.h"
-#include "cgp/dataset_file.h"
 #include "kvs/log.h"
 
 namespace tool {
 
+namespace {
+
+// False (with `error` set) on an unknown option or a missing option value.
 bool parseServerOptions(const Args& args, bool acceptsOneLine, ServerOptions& options,
                         std::string& error) {
   for (std::size_t i = 0; i < args.size(); ++i) {
@@ -50,19 +51,20 @@ bool parseServerOptions(const Args& args, bool acceptsOneLine, ServerOptions& op
   return true;
 }
 
-void applyServerOptions(const ServerOptions& options) {
-  cgp::setBaseDirectory(options.base);
-  if (!options.shared.empty()) {
-    // The library reads relative paths below the base directory; the shared base is named
-    // relative to where the tool was started.
-    std::error_code ec;
-    const auto absolute = std::filesystem::absolute(options.shared, ec);
-    cgp::setSharedBaseDirectory(ec ? options.shared : absolute.string());
-  }
+// The library reads relative paths below the base directory; the shared base is named
+// relative to where the tool was started.
+std::string sharedBaseOf(const ServerOptions& options) {
+  if (options.shared.empty()) return {};
+  std::error_code ec;
+  const auto absolute = std::filesystem::absolute(options.shared, ec);
+  return ec ? options.shared : absolute.string();
 }
 
-int prepareServerCommand(const char* command, const char* help, const Args& args,
-                         bool acceptsOneLine, std::size_t operandCount, ServerOptions& options) {
+}  // namespace
+
+int runServerCommand(const char* command, const char* help, const Args& args, bool acceptsOneLine,
+                     std::size_t operandCount, ServerCommandBody body) {
+  ServerOptions options;
   std::string error;
   if (!parseServerOptions(args, acceptsOneLine, options, error)) {
     std::fprintf(stderr, "velmora-tool %s: %s\n\n%s", command, error.c_str(), help);
@@ -77,8 +79,11 @@ int prepareServerCommand(const char* command, const char* help, const Args& args
                  operandCount == 1 ? "" : "s", help);
     return 2;
   }
-  applyServerOptions(options);
-  return -1;
+  cgp::ServerData data(options.base, sharedBaseOf(options));
+  for (cgp::TraceSwitch* trace : {&data.dataSetTrace, &data.baseDirTrace, &data.routerTrace}) {
+    trace->set(options.trace);
+  }
+  return body(options, data);
 }
 
 void printResult(const std::string& text) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cgp/server_data.h"
 #include "tools/commands.h"
 
 namespace tool {
@@ -18,17 +19,13 @@ struct ServerOptions {
   std::vector<std::string> operands;
 };
 
-// False (with `error` set) on an unknown option or a missing option value.
-bool parseServerOptions(const Args& args, bool acceptsOneLine, ServerOptions& options,
-                        std::string& error);
-
-// Points the library at the base directory and the shared base directory.
-void applyServerOptions(const ServerOptions& options);
-
-// Parses, prints the help or a usage error; returns -1 when the command should go on, else
-// the exit code. `operandCount` is the number of operands the command takes.
-int prepareServerCommand(const char* command, const char* help, const Args& args,
-                         bool acceptsOneLine, std::size_t operandCount, ServerOptions& options);
+// Parses the options and prints the help or a usage error (returning its exit code);
+// otherwise runs `body` over the server data that --base and --shared name, with every trace
+// switch set by --trace, and returns its exit code. `operandCount` is the number of operands
+// the command takes.
+using ServerCommandBody = int (*)(const ServerOptions& options, cgp::ServerData& data);
+int runServerCommand(const char* command, const char* help, const Args& args, bool acceptsOneLine,
+                     std::size_t operandCount, ServerCommandBody body);
 
 // Prints the result line (after any "* " log lines) on standard output.
 void printResult(const std::string& text);
