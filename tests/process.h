@@ -27,6 +27,9 @@ Result run(const std::vector<std::string>& argv, const std::string& input = "",
 std::vector<std::string> program();
 std::vector<std::string> tool(const std::vector<std::string>& args);
 std::vector<std::string> verdictFilter();
+// A program of this build, such as a test helper: started through the build's emulator where the
+// kernel cannot start it (a 32-bit build on a 64-bit-only kernel).
+std::vector<std::string> ownProgram(const std::string& path);
 
 // True when the programs under test are Windows programs run through VELMORA_RUNNER.
 bool windowsPrograms();
