@@ -59,7 +59,8 @@ test-windows:
 	@scripts/test-windows.sh build/debug
 
 # The whole suite as 32-bit x86 Linux programs (build/linux32): 32-bit pointers, size_t and long,
-# as in the 32-bit Windows program. Where the kernel runs no 32-bit programs, qemu-i386 does.
+# as in the 32-bit Windows program. Where the kernel runs no 32-bit programs, qemu-i386 does
+# (with the undefined-behaviour sanitizer only: see CMakeLists.txt).
 # Leak checking is off in this build (the linux32 test preset): under qemu-i386 the leak checker
 # cannot stop the threads it inspects and hangs. The 64-bit build checks for leaks.
 LINUX32_DEPS = g++-multilib googletest qemu-user
