@@ -112,6 +112,110 @@ TEST(ZipDirectory, BrokenDirectories) {
   }
 }
 
+void put64(std::string& s, std::uint64_t v) {
+  put32(s, static_cast<std::uint32_t>(v));
+  put32(s, static_cast<std::uint32_t>(v >> 32));
+}
+
+// An archive in the ZIP64 layout, as made for members past 4 GB: every header declares its sizes
+// (and the central one its local header offset) as 0xFFFFFFFF and carries the 64-bit values,
+// 5 GB and 6 GB, in a ZIP64 extra field; the ZIP64 end record and its locator come before the
+// end record.
+Image zip64(const std::vector<std::string>& names) {
+  constexpr std::uint64_t kFiveGB = 5ull << 30, kSixGB = 6ull << 30;
+  constexpr std::uint32_t kInZip64 = 0xFFFFFFFF;
+  Image z;
+  for (const auto& name : names) {
+    put32(z.bytes, 0x04034b50);
+    put16(z.bytes, 45);
+    z.bytes.append(12, '\0');  // flags, method, times, crc
+    put32(z.bytes, kInZip64);
+    put32(z.bytes, kInZip64);
+    put16(z.bytes, static_cast<std::uint32_t>(name.size()));
+    put16(z.bytes, 20);
+    z.bytes += name;
+    put16(z.bytes, 1);  // the ZIP64 extra field: its id and size, then the two sizes
+    put16(z.bytes, 16);
+    put64(z.bytes, kFiveGB);
+    put64(z.bytes, kFiveGB);
+  }
+  z.directory = z.bytes.size();
+  for (const auto& name : names) {
+    put32(z.bytes, 0x02014b50);
+    put16(z.bytes, 45);
+    put16(z.bytes, 45);
+    z.bytes.append(12, '\0');  // flags, method, times, crc
+    put32(z.bytes, kInZip64);
+    put32(z.bytes, kInZip64);
+    put16(z.bytes, static_cast<std::uint32_t>(name.size()));
+    put16(z.bytes, 28);
+    z.bytes.append(10, '\0');  // comment length, disk, attributes
+    put32(z.bytes, kInZip64);
+    z.bytes += name;
+    put16(z.bytes, 1);
+    put16(z.bytes, 24);
+    put64(z.bytes, kFiveGB);
+    put64(z.bytes, kFiveGB);
+    put64(z.bytes, kSixGB);
+  }
+  const std::size_t zip64End = z.bytes.size();
+  put32(z.bytes, 0x06064b50);
+  put64(z.bytes, 44);
+  put16(z.bytes, 45);
+  put16(z.bytes, 45);
+  put64(z.bytes, 0);  // both disk numbers
+  put64(z.bytes, names.size());
+  put64(z.bytes, names.size());
+  put64(z.bytes, zip64End - z.directory);
+  put64(z.bytes, z.directory);
+  put32(z.bytes, 0x07064b50);
+  put32(z.bytes, 0);
+  put64(z.bytes, zip64End);
+  put32(z.bytes, 1);
+  z.endRecord = z.bytes.size();
+  put32(z.bytes, 0x06054b50);
+  put32(z.bytes, 0);
+  put16(z.bytes, static_cast<std::uint32_t>(names.size()));
+  put16(z.bytes, static_cast<std::uint32_t>(names.size()));
+  put32(z.bytes, static_cast<std::uint32_t>(zip64End - z.directory));
+  put32(z.bytes, static_cast<std::uint32_t>(z.directory));
+  put16(z.bytes, 0);
+  return z;
+}
+
+TEST(ZipDirectory, SizesAndOffsetsBeyondThirtyTwoBits) {
+  // No position may be computed in a 32-bit size_t, where it would wrap: a directory offset
+  // just below 4 GB plus a header's 46 bytes must not land back inside the image.
+  const struct {
+    const char* why;
+    void (*change)(Image&);
+    Set extensions;
+    bool corrupted;
+  } cases[] = {
+      {"64-bit sizes and offsets in ZIP64 extra fields", [](Image&) {}, {"exe", "txt"}, false},
+      {"directory offset kept only in the ZIP64 end record, which is not read",
+       [](Image& z) { zip_image::patch32(z.bytes, z.endRecord + 16, 0xFFFFFFFF); },
+       {},
+       true},
+      {"directory offset 46 bytes short of 4 GB: with a header's size added it wraps to 0",
+       [](Image& z) { zip_image::patch32(z.bytes, z.endRecord + 16, 0xFFFFFFD2); },
+       {},
+       true},
+      {"entry count 0xFFFF, the ZIP64 marker: the walk meets the ZIP64 end record",
+       [](Image& z) { patch16(z.bytes, z.endRecord + 8, 0xFFFF); },
+       {"exe", "txt"},
+       true},
+  };
+  for (const auto& c : cases) {
+    auto z = zip64({"setup.EXE", "notes.txt"});
+    c.change(z);
+    std::vector<char> exact(z.bytes.begin(), z.bytes.end());
+    const auto r = readZipDirectory(std::string_view(exact.data(), exact.size()));
+    EXPECT_EQ(r.corrupted, c.corrupted) << c.why;
+    EXPECT_EQ(r.extensions, c.extensions) << c.why;
+  }
+}
+
 TEST(ZipDirectory, EndRecordIsTheLastSignature) {
   // A stale end record inside a comment would point at garbage; the last one is taken.
   auto z = image({{"a.exe"}}, "");

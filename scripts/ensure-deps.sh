@@ -10,6 +10,9 @@ need g++
 need libgtest-dev
 need libgmock-dev
 need dpkg-dev
+need rpm       # rpmbuild, for the RPM package
+need rpm2cpio  # the package test unpacks the RPM
+need cpio
 need dovecot-pop3d  # the POP3 client's test runs against a real server
 for extra in "$@"; do need "$extra"; done
 [ ${#want[@]} -eq 0 ] && exit 0

@@ -2,7 +2,8 @@
 # Runs the tests of the Windows builds under Wine, headless and bounded in time: each build's unit
 # tests (ctest starts every test program through Wine) and the Linux process tests (program_test)
 # pointed at the Windows programs. The 64-bit build always; the 32-bit one only where a 32-bit
-# Wine is installed, which Debian's 64-bit-only wine64 is not.
+# Wine is installed, which Debian's 64-bit-only wine64 is not (make test-windows tries to install
+# wine32 first). Also checks the programs' imports and both release archives.
 # Usage: scripts/test-windows.sh [DEBUG_BUILD_DIR]   (the Linux build holding tests/program_test)
 set -eu
 cd "$(dirname "$0")/.."
@@ -92,6 +93,9 @@ check_imports() {
 failed=0
 check_imports x86_64-w64-mingw32 build/windows64 || failed=1
 check_imports i686-w64-mingw32 build/windows32 || failed=1
+for bits in 32 64; do
+  tests/windows_archive_test.sh build/windows$bits/velmora-*-win$bits.zip . || failed=1
+done
 
 wine64=$(loader_named wine64)
 if [ -z "$wine64" ]; then
@@ -110,7 +114,7 @@ if [ -n "$wine32" ] && [ -f build/windows32/velmora.exe ]; then
   fi
   stop_server
 else
-  echo "== Windows 32-bit build: built, not run (no 32-bit Wine installed)"
+  echo "== Windows 32-bit build: built, NOT RUN: no 32-bit Wine is installed (wine32, see above)"
 fi
 
 if [ $failed -ne 0 ]; then

@@ -2,12 +2,24 @@
 # Runs every command of the administrator's guide and compares its output with the guide.
 # In a ```console block, a line "$ COMMAND" is run (in examples/, with the built programs first on
 # PATH, standard error joined to standard output); the lines up to the next "$ " line or the end of
-# the block are its expected output. Usage: guide_test.sh BUILD_DIR SOURCE_DIR
+# the block are its expected output. With a RUNNER (an emulator such as qemu-i386), the programs
+# are started through it. Usage: guide_test.sh BUILD_DIR SOURCE_DIR [RUNNER]
 set -uo pipefail
 build=$(cd "$1" && pwd)
 source=$(cd "$2" && pwd)
+runner=${3:-}
 guide="$source/docs/admin-guide.md"
-export PATH="$build:$PATH"
+if [ -n "$runner" ]; then
+  wrappers=$(mktemp -d)
+  trap 'rm -rf "$wrappers"' EXIT
+  for program in velmora velmora-tool; do
+    printf '#!/bin/sh\nexec "%s" "%s" "$@"\n' "$runner" "$build/$program" >"$wrappers/$program"
+    chmod +x "$wrappers/$program"
+  done
+  export PATH="$wrappers:$PATH"
+else
+  export PATH="$build:$PATH"
+fi
 cd "$source/examples" || exit 1
 
 failures=0

@@ -88,14 +88,20 @@ Result run(const std::vector<std::string>& argv, const std::string& input, int t
   return result;
 }
 
+std::vector<std::string> ownProgram(const std::string& path) {
+#ifdef VELMORA_EMULATOR
+  return {VELMORA_EMULATOR, path};
+#else
+  return {path};
+#endif
+}
+
 namespace {
 std::vector<std::string> withRunner(const std::string& path) {
-  std::vector<std::string> argv;
   if (const char* runner = std::getenv("VELMORA_RUNNER"); runner && *runner) {
-    argv.emplace_back(runner);
+    return {runner, path};
   }
-  argv.push_back(path);
-  return argv;
+  return ownProgram(path);
 }
 }  // namespace
 

@@ -25,6 +25,9 @@ Result run(const std::vector<std::string>& argv, const std::string& input = "",
 // each when it is set, so both must then be of its kind.
 std::vector<std::string> program();
 std::vector<std::string> tool(const std::vector<std::string>& args);
+// A program of this build, such as a test helper: started through the build's emulator where the
+// kernel cannot start it (a 32-bit build on a 64-bit-only kernel).
+std::vector<std::string> ownProgram(const std::string& path);
 
 // True when the programs under test are Windows programs run through VELMORA_RUNNER.
 bool windowsPrograms();

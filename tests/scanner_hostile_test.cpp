@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <regex>
 #include <string>
@@ -18,6 +19,7 @@ using scanner_support::addHeader;
 using scanner_support::dataFile;
 using scanner_support::scanAll;
 using scanner_support::TempDir;
+using scanner_support::zipImage;
 
 // A scanned message's answer: header lines ending with the scanner's own.
 bool wellFormed(const std::string& answer) {
@@ -77,6 +79,35 @@ TEST(ScannerHostile, HugeLinesWithoutLineFeed) {
   EXPECT_EQ(answers.lines[1], addHeader({"pdf"}));
   EXPECT_EQ(answers.lines[2], addHeader({"zip"})) << "decoded, but no archive";
   EXPECT_EQ(answers.lines[3], kPlainAnswer);
+}
+
+// A queued file past 4 GB: a body of zero bytes, written as a hole so that it costs no disk,
+// runs across the 2 GB and 4 GB marks as one line; the parts after it are found as in any file.
+// A ZIP part before it makes the first reservation from more than 4 GB left in the file.
+TEST(ScannerHostile, QueuedFileLargerThanFourGigabytes) {
+  TempDir dir;
+  const std::string file = dir.path() + "/big.msg";
+  const std::string zipPart = "Content-Transfer-Encoding: base64\n\n";
+  {
+    std::ofstream out(file, std::ios::binary);
+    out << "P I 21-11-2026 09:15:02 0000 ____ _FY____ <a@example.org>\n"
+           "R W 21-11-2026 09:15:02 0000 ____ _FY____ <b@example.net>\n\n"
+           "From: a@example.org\nContent-Type: multipart/mixed; boundary=big\n\n"
+           "--big\nContent-Type: application/zip; name=before.zip\n" +
+               zipPart + scanner_support::base64Lines(zipImage({{"a.EXE"}}).bytes) +
+               "--big\nContent-Type: application/octet-stream; name=zeros.bin\n\n";
+    out.seekp((std::streamoff{1} << 32) + 4097);
+    out << "\n--big\nContent-Type: application/zip; name=after.zip\n" + zipPart +
+               scanner_support::base64Lines(zipImage({{"b.dll"}}).bytes) +
+               "--big\nContent-Type: text/plain; name=last.PDF\n\nx\n--big--\n";
+    ASSERT_TRUE(out.good());
+  }
+  ASSERT_GT(std::filesystem::file_size(file), std::uintmax_t{1} << 32);
+  const auto answers = scanAll({file, dataFile("multipart-names.msg")});
+  ASSERT_FALSE(answers.run.timedOut);
+  ASSERT_EQ(answers.run.exitCode, 0) << answers.run.err;
+  EXPECT_EQ(answers.lines[0], addHeader({"bin", "pdf", "zip", "zip/dll", "zip/exe"}));
+  EXPECT_EQ(answers.lines[1], kPlainAnswer);
 }
 
 TEST(ScannerHostile, TruncatedMessages) {

@@ -104,7 +104,8 @@ std::vector<std::string> hostileMessages(const TempDir& dir, std::mt19937& rando
 
 // The answer a good message gets when it is the only request of a fresh filter.
 std::string answerAlone(const std::string& file) {
-  const auto run = testing_process::run({VANISHING_FILTER}, "1 FILE " + file + "\n", 60);
+  const auto run = testing_process::run(testing_process::ownProgram(VANISHING_FILTER),
+                                        "1 FILE " + file + "\n", 60);
   std::istringstream out(run.out);
   std::string line;
   while (std::getline(out, line)) {
@@ -248,7 +249,7 @@ TEST(Stress, ThousandsOfMixedRequestsEachGetTheirOwnAnswer) {
 
   std::string input;
   for (const auto& r : requests) input += r.line + "\n";
-  const auto run = testing_process::run({VANISHING_FILTER}, input, 300);
+  const auto run = testing_process::run(testing_process::ownProgram(VANISHING_FILTER), input, 300);
   ASSERT_FALSE(run.timedOut);
   ASSERT_EQ(run.exitCode, 0) << run.err.substr(0, 2000);
 
