@@ -10,7 +10,12 @@ LineReader::LineReader(std::size_t blockSize) : buffer_(std::max<std::size_t>(bl
 
 bool LineReader::open(const std::string& path) {
   close();
-  return file_.open(path);
+  // The first block comes with the open: the file is read at once anyway, and a read that
+  // brings bytes shows it is a file without a status call.
+  std::int64_t got = 0;
+  if (!file_.openAndRead(path, buffer_.data(), buffer_.size(), got)) return false;
+  received(buffer_.size(), got);
+  return true;
 }
 
 void LineReader::openMemory(std::string_view bytes) {
@@ -32,15 +37,14 @@ void LineReader::close() {
   long_.shrink_to_fit();
 }
 
-std::size_t LineReader::readSource(char* into, std::size_t size) {
+std::int64_t LineReader::readSource(char* into, std::size_t size) {
   if (memoryOpen_) {
     const std::size_t n = std::min(size, memory_.size() - memoryPos_);
     std::memcpy(into, memory_.data() + memoryPos_, n);
     memoryPos_ += n;
-    return n;
+    return static_cast<std::int64_t>(n);
   }
-  const std::int64_t n = file_.read(into, size);
-  return n > 0 ? static_cast<std::size_t>(n) : 0;  // a read error ends the input like EOF
+  return file_.read(into, size);
 }
 
 bool LineReader::refill() {
@@ -53,12 +57,29 @@ bool LineReader::refill() {
   }
   if (end_ == buffer_.size()) return false;
   const std::size_t wanted = buffer_.size() - end_;
-  const std::size_t n = readSource(buffer_.data() + end_, wanted);
+  return received(wanted, readSource(buffer_.data() + end_, wanted));
+}
+
+bool LineReader::received(std::size_t wanted, std::int64_t got) {
+  // A read error ends the input like the end of the file.
+  const std::size_t n = got > 0 ? static_cast<std::size_t>(got) : 0;
   end_ += n;
-  // A message file is a regular file: a short read is its end, so a small message costs one
-  // read, not two.
+  // A short read is taken as the end of the file, so a small message costs one read, not two
+  // (the zero-byte read that would confirm it). For a regular file that holds: a read returns
+  // less than asked only at the end of the file, or when a signal handler interrupts it after
+  // some bytes, and this program installs no handler (SIGPIPE is ignored, not caught). Knowing
+  // the size instead would cost a status call of the scanner's file, the same price; the
+  // engine's status call is of the path, which may no longer be this file. A file still being
+  // written is read as far as it went, which the confirming read would not change either.
   if (n < wanted) eof_ = true;
   return n > 0;
+}
+
+std::int64_t LineReader::size() const {
+  if (memoryOpen_) return static_cast<std::int64_t>(memory_.size());
+  // Once the end has been read, the buffer tells where it is.
+  if (eof_) return bufferPos_ + static_cast<std::int64_t>(end_);
+  return file_.size();
 }
 
 bool LineReader::next(std::string_view& line, std::size_t keep) {

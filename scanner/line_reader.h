@@ -44,11 +44,16 @@ class LineReader : private kvs::noncopyable {
   // Position of the next line's first byte in the file.
   [[nodiscard]] std::int64_t tell() const { return bufferPos_ + static_cast<std::int64_t>(begin_); }
   bool seek(std::int64_t position);
+  // The input's size: free once its end has been read, otherwise one status call of the open
+  // file; -1 when it cannot be told.
+  [[nodiscard]] std::int64_t size() const;
 
  private:
   // Moves the unread bytes to the front and reads more; false when nothing more came.
   bool refill();
-  std::size_t readSource(char* into, std::size_t size);
+  std::int64_t readSource(char* into, std::size_t size);
+  // Takes in a read of `got` bytes (as the file gives it) of `wanted`; false when none came.
+  bool received(std::size_t wanted, std::int64_t got);
 
   kvs::platform::File file_;
   bool memoryOpen_ = false;

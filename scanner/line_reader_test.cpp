@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -145,6 +148,24 @@ TEST(LineReader, RunsOfLinesStopBeforeALineBeginningSo) {
       EXPECT_EQ(flat, "ab\ncd\n-x\nef\ngh-\n--\nlast\n") << "block " << block;
     }
   }
+}
+
+// The size is known for nothing once the end has been read; before, the open file tells it.
+TEST(LineReader, SizeOfTheFile) {
+  const auto name =
+      std::filesystem::temp_directory_path() /
+      ("velmora-line-reader-" +
+       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".msg");
+  const std::string input = "first\n" + std::string(40, 'x') + "\nlast";
+  std::ofstream(name, std::ios::binary) << input;
+  for (std::size_t block : {std::size_t{4}, LineReader::kDefaultBlock}) {
+    LineReader reader(block);
+    ASSERT_TRUE(reader.open(name.string()));
+    EXPECT_EQ(reader.size(), static_cast<std::int64_t>(input.size())) << "block " << block;
+    EXPECT_EQ(allLines(reader).size(), 3u);
+    EXPECT_EQ(reader.size(), static_cast<std::int64_t>(input.size())) << "block " << block;
+  }
+  std::filesystem::remove(name);
 }
 
 TEST(LineReader, MissingFileDoesNotOpen) {

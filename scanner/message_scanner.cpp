@@ -2,8 +2,6 @@
 #include "scanner/message_scanner.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include "kvs/ascii.h"
 #include "kvs/ptr.h"
@@ -40,7 +38,6 @@ bool MessageScanner::open(const std::string& path) {
     walk_.diagnostics.insert("Can't find/open the file: " + path);
     return false;
   }
-  walk_.path = path;
   walk_.isMbox = kvs::toLower(path).ends_with(".mbox");
   walk_.messageCount = walk_.isMbox ? 0 : 1;
   readEnvelope();
@@ -165,11 +162,11 @@ bool MessageScanner::skipBody(std::string& next) {
   const kvs::ptr<Decoder::MIME::Interface> body(reader);
   scanner::ImageBuffer image;
   if (part.zip) {
+    // The size comes from the open file, and costs nothing when its end is already read.
     const std::int64_t bodyStart = reader_.tell();
-    std::error_code error;
-    const std::uintmax_t fileSize = std::filesystem::file_size(walk_.path, error);
+    const std::int64_t fileSize = reader_.size();
     const std::uint64_t left =
-        error || fileSize < static_cast<std::uintmax_t>(bodyStart) ? 0 : fileSize - bodyStart;
+        fileSize < bodyStart ? 0 : static_cast<std::uint64_t>(fileSize - bodyStart);
     const std::uint64_t estimate = base64 ? left / 4 * 3 + 3 : left + 1;
     image.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
   }

@@ -69,7 +69,6 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
 
   // Everything the walk of one message knows; `open` starts from a fresh one.
   struct Walk {
-    std::string path;
     std::set<std::string> results;
     std::set<std::string> diagnostics;
     std::set<std::string> recipients;

@@ -14,9 +14,16 @@ namespace kvs::platform {
 
 enum class PathKind { Missing, File, Directory };
 
-// Missing when the path cannot be accessed; a path that can be accessed but whose status
-// cannot be read counts as a file.
-[[nodiscard]] PathKind pathKind(const std::string& path);
+// What one status call tells of a path. Missing when the path cannot be accessed; a path that
+// can be accessed but whose status cannot be read counts as a file (not a regular one).
+struct PathStatus {
+  PathKind kind = PathKind::Missing;
+  bool regular = false;  // a plain disk file, as the status call saw it
+};
+[[nodiscard]] PathStatus pathStatus(const std::string& path);
+[[nodiscard]] inline PathKind pathKind(const std::string& path) {
+  return pathStatus(path).kind;
+}
 
 // A file opened for reading in shared mode: others may read, write, rename or delete it
 // meanwhile. Reads are unbuffered; callers bring their own buffer.
@@ -26,13 +33,24 @@ class File : private noncopyable {
   ~File() { close(); }
   File(File&& other) noexcept : handle_(other.handle_) { other.handle_ = kClosed; }
 
+  // Refuses what a read could hang on or cannot read: directories and named pipes (on Windows,
+  // devices). Costs a status call of the open file.
   bool open(const std::string& path);
+  // The same for a path whose status was just read: a regular file is opened without asking
+  // again.
+  bool open(const std::string& path, const PathStatus& status);
+  // Opens and reads the first block (`got` as `read` gives it), with the same refusals; the
+  // status is asked only when that read brings nothing, since a directory or a pipe never
+  // gives a byte to a read that does not wait.
+  bool openAndRead(const std::string& path, void* buffer, std::size_t size, std::int64_t& got);
   void close();
   [[nodiscard]] bool isOpen() const { return handle_ != kClosed; }
   // Up to `size` bytes; 0 at the end of the file, -1 on a read error.
   [[nodiscard]] std::int64_t read(void* buffer, std::size_t size);
   // Absolute position from the start of the file.
   bool seek(std::int64_t offset);
+  // The file's size now (one status call); -1 when it cannot be told.
+  [[nodiscard]] std::int64_t size() const;
 
  private:
   static constexpr std::intptr_t kClosed = -1;

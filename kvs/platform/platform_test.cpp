@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #ifdef _WIN32
 #include <fcntl.h>
@@ -17,6 +18,7 @@
 #include <cstdio>
 #else
 #include <signal.h>
+#include <sys/stat.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -106,12 +108,40 @@ TEST_F(PlatformTest, SeeksBackToAnAbsolutePosition) {
 
 TEST_F(PlatformTest, OpenRefusesWhatIsNoReadableFile) {
   fs::create_directories(dir_ / "Queue");
-  for (const std::string& name : {path("missing.msg"), path("Queue"), std::string()}) {
+  std::vector<std::string> names = {path("missing.msg"), path("Queue"), std::string()};
+#ifndef _WIN32
+  // A named pipe without a writer: a read would wait for ever.
+  ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+  names.push_back(path("fifo"));
+#endif
+  for (const std::string& name : names) {
     File file;
     EXPECT_FALSE(file.open(name)) << name;
+    EXPECT_FALSE(file.open(name, kvs::platform::pathStatus(name))) << name;
+    char buffer[8];
+    std::int64_t got = 0;
+    EXPECT_FALSE(file.openAndRead(name, buffer, sizeof buffer, got)) << name;
+    EXPECT_EQ(got, -1) << name;
     EXPECT_FALSE(file.isOpen());
     EXPECT_EQ(file.read(nullptr, 0), -1);
     EXPECT_FALSE(file.seek(0));
+    EXPECT_EQ(file.size(), -1);
+  }
+}
+
+// The open that reads the first block, and the size of an open file, empty ones included.
+TEST_F(PlatformTest, OpenAndReadGivesTheFirstBlock) {
+  for (const std::string& bytes : {kBinary, std::string()}) {
+    const std::string name = write("m.msg", bytes);
+    File file;
+    char buffer[8];
+    std::int64_t got = -1;
+    ASSERT_TRUE(file.openAndRead(name, buffer, sizeof buffer, got));
+    EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(got)), bytes.substr(0, 8));
+    EXPECT_EQ(readAll(file, 5), bytes.substr(static_cast<std::size_t>(got)));
+    EXPECT_EQ(file.size(), static_cast<std::int64_t>(bytes.size()));
+    EXPECT_TRUE(file.open(name, kvs::platform::pathStatus(name)));
+    EXPECT_EQ(readAll(file, 64), bytes);
   }
 }
 
