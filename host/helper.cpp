@@ -80,22 +80,41 @@ int requestNumber(const std::string& text) {
   return static_cast<int>(negative ? -value : value);
 }
 
-std::string formatAnswer(int seqID, const Verdict& verdict) {
-  std::string text;  // the lines escaped, joined by "\e" (an escaped line feed)
-  for (std::size_t i = 0; i < verdict.lines.size(); ++i) {
-    if (i > 0) text += "\\e";
-    text += kvs::escapeString(verdict.lines[i]);
-  }
+namespace {
+
+// Whether the lines escape to no text at all: at most one line, holding nothing but CRs (which
+// the escape drops). Two lines or more always give the escaped line feed between them.
+bool escapesToNothing(const std::vector<std::string>& lines) {
+  return lines.size() <= 1 &&
+         (lines.empty() || lines[0].find_first_not_of('\r') == std::string::npos);
+}
+
+}  // namespace
+
+void appendAnswer(std::string& out, int seqID, const Verdict& verdict) {
   std::int32_t code = verdict.code;
-  if (code == Verdict::ADDHEADER && text.empty()) code = Verdict::OK;
-  if (static_cast<std::uint32_t>(code) >= std::size(kAnswers)) return {};
+  if (code == Verdict::ADDHEADER && escapesToNothing(verdict.lines)) code = Verdict::OK;
+  if (static_cast<std::uint32_t>(code) >= std::size(kAnswers)) return;
   const AnswerRow& row = kAnswers[code];
-  std::string answer = kvs::formatComment(seqID, {}, row.comment);
-  answer += std::to_string(seqID);
-  answer += ' ';
-  answer += row.word;
-  if (row.withText) answer += " \"" + text + '"';
-  answer.push_back('\n');
+  kvs::appendComment(out, seqID, {}, row.comment);
+  out += std::to_string(seqID);
+  out += ' ';
+  out += row.word;
+  if (row.withText) {
+    // The lines escaped straight into the answer, joined by "\e" (an escaped line feed).
+    out += " \"";
+    for (std::size_t i = 0; i < verdict.lines.size(); ++i) {
+      if (i > 0) out += "\\e";
+      kvs::appendEscaped(out, verdict.lines[i]);
+    }
+    out += '"';
+  }
+  out += '\n';
+}
+
+std::string formatAnswer(int seqID, const Verdict& verdict) {
+  std::string answer;
+  appendAnswer(answer, seqID, verdict);
   return answer;
 }
 
@@ -127,7 +146,7 @@ void Helper::commandLoop(std::istream& in) {
 }
 
 void Helper::handleRequest(const std::string& line) {
-  const RequestLine r = splitRequestLine(line);
+  RequestLine r = splitRequestLine(line);
   if (r.id.empty()) {
     kvs::outline() << "(null) FAILURE";
     return;
@@ -180,11 +199,12 @@ void Helper::handleRequest(const std::string& line) {
     intf(3);
     intfReceived = true;
   }
-  CallData call{n, this, r.command, r.parameter};
+  CallData call{n, this, std::move(r.command), std::move(r.parameter)};
   if (threaded) {
     admitRequest(call);
   } else {
-    processCall(kvs::ptr<CallData>(new CallData(std::move(call))));
+    // The request lives on this stack until its answer is out: its holder deletes nothing.
+    processCall(kvs::ptr<CallData>(&call, [](CallData*) {}));
   }
 }
 
@@ -267,8 +287,12 @@ void ExtFilter::processRequest(int seqID, const std::string&, const std::string&
     verdict = filterMessage(seqID, path);
   }
   // The comment and the answer leave in one write: the pair stays together and the server is
-  // woken once.
-  const std::string answer = formatAnswer(seqID, verdict);
+  // woken once. Room for both is made once.
+  std::size_t room = 96;
+  for (const std::string& line : verdict.lines) room += line.size() + 4;
+  std::string answer;
+  answer.reserve(room);
+  appendAnswer(answer, seqID, verdict);
   if (!answer.empty()) kvs::writeOutput(answer);
 }
 

@@ -45,6 +45,8 @@ struct RequestLine {
 // outside the table, which is answered with silence, on purpose. ADDHEADER with no text to add
 // is answered as OK.
 [[nodiscard]] std::string formatAnswer(int seqID, const Verdict& verdict);
+// The same, appended to `out`.
+void appendAnswer(std::string& out, int seqID, const Verdict& verdict);
 
 class Helper : private kvs::noncopyable {
  public:

@@ -1,6 +1,8 @@
 // Hexadecimal and the dataset string escapes.
 #include "kvs/escape.h"
 
+#include <array>
+
 namespace kvs {
 
 std::string hex(std::string_view bytes) {
@@ -15,21 +17,44 @@ std::string hex(std::string_view bytes) {
   return out;
 }
 
-std::string escapeString(std::string_view text) {
-  // The escaped bytes, and the letter that follows the backslash for each; CR is dropped.
-  static constexpr std::string_view kEscaped("\\\n\t\"\0", 5);
-  static constexpr std::string_view kLetters = "\\et\"0";
-  std::string out;
-  out.reserve(text.size() + 8);
-  for (char ch : text) {
-    const std::size_t k = kEscaped.find(ch);
-    if (k != std::string_view::npos) {
+namespace {
+
+// For each byte, the letter written after the backslash that escapes it; 0 for a byte that
+// stands as it is, kDropped for CR.
+constexpr char kDropped = 1;
+constexpr std::array<char, 256> makeEscapeTable() {
+  std::array<char, 256> t{};
+  t['\\'] = '\\';
+  t['\n'] = 'e';
+  t['\t'] = 't';
+  t['"'] = '"';
+  t[0] = '0';
+  t['\r'] = kDropped;
+  return t;
+}
+constexpr std::array<char, 256> kEscapes = makeEscapeTable();
+
+}  // namespace
+
+void appendEscaped(std::string& out, std::string_view text) {
+  std::size_t plain = 0;  // the first byte not yet appended
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char letter = kEscapes[static_cast<unsigned char>(text[i])];
+    if (letter == 0) continue;
+    out.append(text.data() + plain, i - plain);
+    plain = i + 1;
+    if (letter != kDropped) {
       out.push_back('\\');
-      out.push_back(kLetters[k]);
-    } else if (ch != '\r') {
-      out.push_back(ch);
+      out.push_back(letter);
     }
   }
+  out.append(text.data() + plain, text.size() - plain);
+}
+
+std::string escapeString(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + 8);
+  appendEscaped(out, text);
   return out;
 }
 

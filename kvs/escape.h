@@ -12,6 +12,8 @@ namespace kvs {
 // The dataset string escapes, without quotes: backslash doubled, CR dropped, LF as "\e", tab as
 // "\t", double quote as "\"", and a byte of value 0 as "\0" (never a raw NUL on the wire).
 [[nodiscard]] std::string escapeString(std::string_view text);
+// The same, appended to `out`.
+void appendEscaped(std::string& out, std::string_view text);
 
 [[nodiscard]] inline const char* boolText(bool value) {
   return value ? "true" : "false";

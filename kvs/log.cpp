@@ -83,25 +83,40 @@ logline::~logline() {
   end();
 }
 
-std::string formatComment(int number, std::string_view source, std::string_view text) {
-  std::string prefix = "* ";
+void appendComment(std::string& out, int number, std::string_view source, std::string_view text) {
+  const std::size_t prefixAt = out.size();
+  out += "* ";
   if (number != 0) {
-    prefix += '[';
-    prefix += std::to_string(number);
-    prefix += "] ";
+    out += '[';
+    out += std::to_string(number);
+    out += "] ";
   }
   if (!source.empty()) {
-    prefix += source;
-    prefix += ": ";
+    out += source;
+    out += ": ";
   }
   while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  std::string lines = prefix;
-  lines.reserve(prefix.size() + text.size() + 1);
-  for (char c : text) {
-    lines.push_back(c);
-    if (c == '\n') lines += prefix;
+  std::size_t lf = text.find('\n');
+  if (lf == std::string_view::npos) {
+    out += text;
+    out += '\n';
+    return;
   }
-  lines.push_back('\n');
+  // Every further line of the text gets the prefix again.
+  const std::string prefix = out.substr(prefixAt);
+  for (;;) {
+    out += text.substr(0, lf);
+    out += '\n';
+    if (lf == std::string_view::npos) return;
+    text.remove_prefix(lf + 1);
+    out += prefix;
+    lf = text.find('\n');
+  }
+}
+
+std::string formatComment(int number, std::string_view source, std::string_view text) {
+  std::string lines;
+  appendComment(lines, number, source, text);
   return lines;
 }
 

@@ -66,6 +66,8 @@ inline std::ostream& operator<<(std::ostream& stream, const ostream_func& func) 
 // The comment lines logline writes for `text`: "* ", "[number] " unless number is 0, "source: "
 // unless source is empty, on every line of the text; ends with a line feed.
 [[nodiscard]] std::string formatComment(int number, std::string_view source, std::string_view text);
+// The same, appended to `out`.
+void appendComment(std::string& out, int number, std::string_view source, std::string_view text);
 
 // Writes a whole line to standard output (the caller's text, unchanged) under the output lock.
 void writeOutput(std::string_view text);
