@@ -1,6 +1,8 @@
 // The character-class and lower-case tables, case-insensitive comparison, trimming.
 #include "kvs/ascii.h"
 
+#include <cstring>
+
 namespace kvs {
 namespace {
 
@@ -51,12 +53,44 @@ bool equalsIgnoreCase(std::string_view a, std::string_view b) {
   return a.size() == b.size() && startsWithIgnoreCase(a, b);
 }
 
+namespace {
+
+// asciiLower on eight bytes at once: a byte below 128 that lies in A-Z gains the 0x20 bit. Each
+// byte's low seven bits plus at most 0x3F stay below 0x100, so no sum carries into the next.
+std::uint64_t asciiLower8(std::uint64_t x) {
+  constexpr std::uint64_t ones = 0x0101010101010101u;
+  const std::uint64_t low7 = x & (0x7F * ones);
+  const std::uint64_t atLeastA = low7 + (0x80 - 'A') * ones;
+  const std::uint64_t aboveZ = low7 + (0x80 - 'Z' - 1) * ones;
+  const std::uint64_t upper = (atLeastA ^ aboveZ) & ~x & (0x80 * ones);
+  return x | (upper >> 2);
+}
+
+std::uint64_t load8(const char* p) {
+  std::uint64_t x;
+  std::memcpy(&x, p, 8);
+  return x;
+}
+
+}  // namespace
+
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
-  for (std::size_t i = 0; i < prefix.size(); ++i) {
-    if (asciiLower(static_cast<unsigned char>(text[i])) !=
-        asciiLower(static_cast<unsigned char>(prefix[i])))
-      return false;
+  const std::size_t n = prefix.size();
+  if (text.size() < n) return false;
+  const char* a = text.data();
+  const char* b = prefix.data();
+  if (n >= 8) {
+    // Eight bytes at a time, the last eight overlapping what came before.
+    for (std::size_t i = 0;; i += 8) {
+      if (i > n - 8) i = n - 8;
+      const std::uint64_t x = load8(a + i), y = load8(b + i);
+      if (x != y && asciiLower8(x) != asciiLower8(y)) return false;
+      if (i == n - 8) return true;
+    }
+  }
+  for (std::size_t i = 0; i < n; ++i) {
+    const auto c = static_cast<unsigned char>(a[i]), d = static_cast<unsigned char>(b[i]);
+    if (c != d && asciiLower(c) != asciiLower(d)) return false;
   }
   return true;
 }

@@ -69,6 +69,20 @@ TEST(CaseInsensitive, FoldsAsciiOnly) {
   EXPECT_FALSE(kvs::equalsIgnoreCase("\xC0", "\xE0"));
   EXPECT_TRUE(kvs::startsWithIgnoreCase("BASE64x", "base64"));
   EXPECT_FALSE(kvs::startsWithIgnoreCase("bas", "base64"));
+  // Every pair of bytes, at every place of a text long enough to be compared eight bytes at a
+  // time, against the one-byte rule.
+  for (std::size_t at : {0u, 7u, 8u, 12u}) {
+    std::string text = std::string(13, 'k') + "tail", prefix(13, 'K');
+    for (int c = 0; c < 256; ++c) {
+      for (int d = 0; d < 256; ++d) {
+        text[at] = static_cast<char>(c);
+        prefix[at] = static_cast<char>(d);
+        const bool same = kvs::asciiLower(static_cast<unsigned char>(c)) ==
+                          kvs::asciiLower(static_cast<unsigned char>(d));
+        ASSERT_EQ(kvs::startsWithIgnoreCase(text, prefix), same) << c << " " << d << " " << at;
+      }
+    }
+  }
 }
 
 TEST(Trim, SixWhitespaceBytes) {

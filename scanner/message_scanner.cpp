@@ -17,6 +17,10 @@ constexpr std::size_t kStopLineKeep = 4096;
 // the buffer grows beyond it when it must.
 constexpr std::uint64_t kImageReserveLimit = 256u << 20;
 
+static_assert(MessageScanner::kContentType.starts_with(MessageScanner::kContent) &&
+              MessageScanner::kContentDisposition.starts_with(MessageScanner::kContent) &&
+              MessageScanner::kContentTransferEncoding.starts_with(MessageScanner::kContent));
+
 }  // namespace
 
 MessageScanner::MessageScanner(std::size_t blockSize) : reader_(blockSize) {}
@@ -27,18 +31,43 @@ void MessageScanner::addDiagnostic(const std::string& text) {
   walk_.diagnostics.insert(text);
 }
 
+void MessageScanner::Entity::clear() {
+  contentType.clear();
+  encoding.clear();
+  boundary.clear();
+  zip = false;
+}
+
+void MessageScanner::Walk::restart() {
+  results.clear();
+  recipients.clear();
+  sender.clear();
+  emptyBody = true;
+  isMbox = false;
+  messageCount = 0;
+  block = Block::TopLevel;
+  message.clear();
+  part.clear();
+  current.clear();
+  stack.clear();
+  longestBoundary = 0;
+}
+
 bool MessageScanner::open(const std::string& path) {
-  const std::vector<std::string> orphans = std::move(walk_.stack);
-  walk_ = Walk();
-  for (auto it = orphans.rbegin(); it != orphans.rend(); ++it) {
+  walk_.diagnostics.clear();
+  for (auto it = walk_.stack.rbegin(); it != walk_.stack.rend(); ++it) {
     walk_.diagnostics.insert("Orphaned part boundary on stack :" + *it);
   }
+  walk_.restart();
   reader_.close();
   if (!reader_.open(path)) {
     walk_.diagnostics.insert("Can't find/open the file: " + path);
     return false;
   }
-  walk_.isMbox = kvs::toLower(path).ends_with(".mbox");
+  constexpr std::string_view kMbox = ".mbox";
+  walk_.isMbox =
+      path.size() >= kMbox.size() &&
+      kvs::equalsIgnoreCase(std::string_view(path).substr(path.size() - kMbox.size()), kMbox);
   walk_.messageCount = walk_.isMbox ? 0 : 1;
   readEnvelope();
   return true;
@@ -60,11 +89,12 @@ void MessageScanner::readEnvelope() {
       const std::size_t lt = line.find('<', 4);
       const std::size_t gt = lt == std::string_view::npos ? lt : line.find('>', lt + 1);
       if (gt != std::string_view::npos) {
-        std::string address = kvs::toLower(line.substr(lt + 1, gt - lt - 1));
+        const std::string_view address = line.substr(lt + 1, gt - lt - 1);
         if (line[0] == 'P') {
-          walk_.sender = std::move(address);
+          walk_.sender.assign(address);
+          kvs::toLowerInPlace(walk_.sender);
         } else {
-          walk_.recipients.insert(std::move(address));
+          walk_.recipients.insert(kvs::toLower(address));
         }
       }
     }
@@ -77,8 +107,7 @@ void MessageScanner::close() {
 }
 
 bool MessageScanner::readLine(std::string& line) {
-  std::string next;
-  for (bool more = readNext(line); more; line.swap(next)) more = walkLine(line, next);
+  for (bool more = readNext(line); more; line.swap(next_)) more = walkLine(line, next_);
   return false;
 }
 
@@ -96,7 +125,7 @@ bool MessageScanner::walkLine(std::string& line, std::string& next) {
   const bool more = inHeader ? unfold(line, next) : readNext(next);
   if (walk_.block != Block::TopLevel && opensPart(line)) {
     walk_.block = Block::Part;
-    walk_.part = Entity();
+    walk_.part.clear();
   } else if (inHeader) {
     headerLine(line);
   } else if (!line.empty()) {
@@ -128,19 +157,19 @@ bool MessageScanner::endHeaderBlock(std::string& next) {
     if (!walk_.part.boundary.empty()) pushBoundary(walk_.part.boundary);
     if (kvs::startsWithIgnoreCase(walk_.part.contentType, kRfc822)) {
       walk_.block = Block::Embedded;
-      walk_.message = Entity();
-      walk_.part = Entity();
+      walk_.message.clear();
+      walk_.part.clear();
       return readNext(next);
     }
   } else if (!walk_.message.boundary.empty()) {
     // The end of a message's header behaves like a part's: a multipart message makes its
     // boundary the current one; otherwise the header describes the single body part.
     pushBoundary(walk_.message.boundary);
-    walk_.part = Entity();
+    walk_.part.clear();
   } else {
-    walk_.part = std::move(walk_.message);
+    std::swap(walk_.part, walk_.message);
   }
-  walk_.message = Entity();
+  walk_.message.clear();
   return skipBody(next);
 }
 
@@ -173,12 +202,11 @@ bool MessageScanner::skipBody(std::string& next) {
   body->skipBody(walk_.emptyBody, std::max(kStopLineKeep, walk_.longestBoundary + 4),
                  part.zip ? &image : nullptr);
   if (part.zip && !walk_.emptyBody) inspectZip(image.view());
-  walk_.part = Entity();
+  walk_.part.clear();
   next = body->stopLine();
   // At the end of the file, or at a closing boundary line, no new part follows: the enclosing
   // boundary comes back.
-  const bool newPart =
-      !body->ended() && !kvs::startsWithIgnoreCase(next, "--" + walk_.current + "--");
+  const bool newPart = !body->ended() && !closesPart(next);
   if (!newPart && !walk_.stack.empty()) {
     walk_.current = std::move(walk_.stack.back());
     walk_.stack.pop_back();
@@ -197,6 +225,13 @@ void MessageScanner::pushBoundary(const std::string& boundary) {
   walk_.stack.push_back(std::move(walk_.current));
   walk_.current = boundary;
   walk_.longestBoundary = std::max(walk_.longestBoundary, boundary.size());
+}
+
+bool MessageScanner::closesPart(std::string_view line) const {
+  // "--", the current boundary (without regard to case), "--".
+  const std::size_t n = walk_.current.size();
+  return line.size() >= n + 4 && line.starts_with("--") &&
+         kvs::startsWithIgnoreCase(line.substr(2), walk_.current) && line.substr(n + 2, 2) == "--";
 }
 
 bool MessageScanner::opensPart(std::string_view line) const {
@@ -218,7 +253,10 @@ void MessageScanner::recordExtension(std::string_view name, bool& zip) {
 }
 
 void MessageScanner::headerLine(const std::string& line) {
-  std::string value, param;
+  // Every field looked at here is a "Content-" one: the others are passed over at one test.
+  if (!kvs::startsWithIgnoreCase(line, kContent)) return;
+  std::string& value = value_;
+  std::string& param = param_;
   if (walk_.block == Block::Part) {
     Entity& part = walk_.part;
     if (headerValue(kContentType, line, value)) {

@@ -13,7 +13,8 @@
 
 class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::noncopyable {
  public:
-  // Header and parameter names, with their separators.
+  // Header and parameter names, with their separators; kContent begins each header name.
+  static constexpr std::string_view kContent = "content-";
   static constexpr std::string_view kContentType = "content-type:";
   static constexpr std::string_view kContentDisposition = "content-disposition:";
   static constexpr std::string_view kContentTransferEncoding = "content-transfer-encoding:";
@@ -65,9 +66,12 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
     std::string encoding;
     std::string boundary;
     bool zip = false;
+    // Empties it, keeping the strings' room for the next entity.
+    void clear();
   };
 
-  // Everything the walk of one message knows; `open` starts from a fresh one.
+  // Everything the walk of one message knows; `open` starts it afresh (`restart`), keeping
+  // only the room its strings and the stack had, so a message allocates little of its own.
   struct Walk {
     std::set<std::string> results;
     std::set<std::string> diagnostics;
@@ -83,6 +87,9 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
     std::string current;  // the current boundary; empty for none
     std::vector<std::string> stack;
     std::size_t longestBoundary = 0;
+
+    // Everything back to its start but the diagnostics.
+    void restart();
   };
 
   // Each of these takes the line to walk, or leaves in `next` the line that follows it; false
@@ -96,10 +103,13 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
   void headerLine(const std::string& line);
   void inspectZip(std::string_view image);
   [[nodiscard]] bool opensPart(std::string_view line) const;
+  [[nodiscard]] bool closesPart(std::string_view line) const;
   void recordExtension(std::string_view name, bool& zip);
   void pushBoundary(const std::string& boundary);
   void readEnvelope();
 
   scanner::LineReader reader_;
   Walk walk_;
+  // Working strings, kept from line to line and message to message for their room.
+  std::string next_, value_, param_;
 };
