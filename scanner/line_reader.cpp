@@ -82,11 +82,11 @@ std::int64_t LineReader::size() const {
   return file_.size();
 }
 
-bool LineReader::next(std::string_view& line, std::size_t keep) {
+bool LineReader::nextAcrossBlocks(std::string_view& line, std::size_t keep) {
   bool spilled = false;
-  std::size_t scanned = 0;  // bytes after begin_ already known to hold no line feed
-  std::uint64_t total = 0;  // bytes of the line moved out of the buffer so far
-  char last = 0;            // the last of them
+  std::size_t scanned = end_ - begin_;  // bytes after begin_ already known to hold no line feed
+  std::uint64_t total = 0;              // bytes of the line moved out of the buffer so far
+  char last = 0;                        // the last of them
   char* const base = buffer_.data();
   auto spill = [&](const char* p, std::size_t n) {
     if (long_.size() < keep) long_.append(p, std::min(n, keep - long_.size()));

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,7 +32,18 @@ class LineReader : private kvs::noncopyable {
   // The next line without its line end, of which only the first `keep` bytes are kept (a long
   // line is never held whole unless asked for); false at the end of the input. The view stays
   // valid until the next call.
-  bool next(std::string_view& line, std::size_t keep = std::string_view::npos);
+  bool next(std::string_view& line, std::size_t keep = std::string_view::npos) {
+    // The common case, a whole line in the buffer, is served here; the rest goes the long way.
+    const char* const b = buffer_.data() + begin_;
+    const auto* lf = static_cast<const char*>(std::memchr(b, '\n', end_ - begin_));
+    if (lf == nullptr) return nextAcrossBlocks(line, keep);
+    std::size_t len = static_cast<std::size_t>(lf - b);
+    begin_ += len + 1;
+    hadNewline_ = true;
+    if (len > 0 && b[len - 1] == '\r') --len;
+    line = std::string_view(b, len < keep ? len : keep);
+    return true;
+  }
   // The complete lines next in the buffer, up to the first that begins with `first`: a run to
   // consume whole, or empty when there is none (the next line begins so, does not fit in the
   // buffer, or the input has ended); then read line by line.
@@ -49,6 +61,8 @@ class LineReader : private kvs::noncopyable {
   [[nodiscard]] std::int64_t size() const;
 
  private:
+  // `next` for a line that the buffer does not hold whole (the unread bytes have no line feed).
+  bool nextAcrossBlocks(std::string_view& line, std::size_t keep);
   // Moves the unread bytes to the front and reads more; false when nothing more came.
   bool refill();
   std::int64_t readSource(char* into, std::size_t size);
