@@ -74,11 +74,9 @@ std::uint64_t load8(const char* p) {
 
 }  // namespace
 
-bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
-  const std::size_t n = prefix.size();
-  if (text.size() < n) return false;
-  const char* a = text.data();
-  const char* b = prefix.data();
+namespace detail {
+
+bool sameIgnoringCase(const char* a, const char* b, std::size_t n) {
   if (n >= 8) {
     // Eight bytes at a time, the last eight overlapping what came before.
     for (std::size_t i = 0;; i += 8) {
@@ -95,11 +93,7 @@ bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
   return true;
 }
 
-std::string_view trimRight(std::string_view text) {
-  std::size_t n = text.size();
-  while (n > 0 && isSpace(static_cast<unsigned char>(text[n - 1]))) --n;
-  return text.substr(0, n);
-}
+}  // namespace detail
 
 std::string_view trimLeft(std::string_view text) {
   std::size_t i = 0;

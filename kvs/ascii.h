@@ -61,10 +61,25 @@ void toLowerInPlace(std::string& text);
   return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c + 32) : c;
 }
 [[nodiscard]] bool equalsIgnoreCase(std::string_view a, std::string_view b);
-[[nodiscard]] bool startsWithIgnoreCase(std::string_view text, std::string_view prefix);
+namespace detail {
+bool sameIgnoringCase(const char* a, const char* b, std::size_t n);
+}
+[[nodiscard]] inline bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
+  // Most texts tried against a prefix differ from it in their first byte: that answer comes
+  // without a call.
+  if (text.size() < prefix.size()) return false;
+  if (prefix.empty()) return true;
+  const auto c = static_cast<unsigned char>(text[0]), d = static_cast<unsigned char>(prefix[0]);
+  if (c != d && asciiLower(c) != asciiLower(d)) return false;
+  return detail::sameIgnoringCase(text.data(), prefix.data(), prefix.size());
+}
 
 // Whitespace (the six bytes of the class table) trimming.
-[[nodiscard]] std::string_view trimRight(std::string_view text);
+[[nodiscard]] inline std::string_view trimRight(std::string_view text) {
+  std::size_t n = text.size();
+  while (n > 0 && isSpace(static_cast<unsigned char>(text[n - 1]))) --n;
+  return text.substr(0, n);
+}
 [[nodiscard]] std::string_view trimLeft(std::string_view text);
 [[nodiscard]] std::string_view trim(std::string_view text);
 

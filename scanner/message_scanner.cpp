@@ -107,7 +107,11 @@ void MessageScanner::close() {
 }
 
 bool MessageScanner::readLine(std::string& line) {
+  // The walk runs in the scanner's own two strings, whose room stays from message to message;
+  // the caller's string is lent back as it was.
+  line.swap(line_);
   for (bool more = readNext(line); more; line.swap(next_)) more = walkLine(line, next_);
+  line.swap(line_);
   return false;
 }
 

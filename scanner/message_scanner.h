@@ -111,5 +111,5 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
   scanner::LineReader reader_;
   Walk walk_;
   // Working strings, kept from line to line and message to message for their room.
-  std::string next_, value_, param_;
+  std::string line_, next_, value_, param_;
 };
