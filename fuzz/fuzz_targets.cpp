@@ -150,12 +150,16 @@ int messageWalker(const std::uint8_t* data, std::size_t size) {
   static ScratchFile file;
   MessageScanner paged(4096);
   MessageScanner tiny(13);
+  MessageScanner counting(13, true), decoding(13, false);
   const std::string& path = file.write(bytes(data, size));
 
   const std::vector<std::string> lines = scan(paged, path);
   require(!lines.empty() && lines.back() == "X-ExtScanner: Korvantis's Velmora",
           "the scanner line comes last");
   require(scan(tiny, path) == lines, "the answer does not depend on the read block size");
+  require(scan(counting, path) == scan(decoding, path) &&
+              counting.diagnostics() == decoding.diagnostics(),
+          "a base64 ZIP part counted gives what it gives decoded whole");
   return 0;
 }
 
@@ -170,6 +174,17 @@ int zipDirectory(const std::uint8_t* data, std::size_t size) {
     require(ext.size() <= size, "an extension comes from the image");
     require(ext == "..." || isTrimmed(ext), "extensions are trimmed");
   }
+  // Read through a window from the middle, widened wherever the reader asks.
+  std::uint64_t base = size / 2, needed = 0;
+  std::optional<scanner::ZipDirectory> part;
+  while (!(part = scanner::readZipDirectory({size, image.substr(0, 4), base, image.substr(base)},
+                                            needed))) {
+    require(needed < base, "only a byte before the window is asked for");
+    base = needed;
+  }
+  require(part->extensions == dir.extensions && part->encrypted == dir.encrypted &&
+              part->corrupted == dir.corrupted,
+          "a window reads what the whole image gives");
   const std::string ext = scanner::storedNameExtension(image);
   require(ext.size() <= size || ext == "...", "a stored name's extension is part of it");
   return 0;
@@ -187,6 +202,27 @@ int transferDecoders(const std::uint8_t* data, std::size_t size) {
   require(decodeWhole(coding, body, 5, hasParent) == whole,
           "decoding does not depend on the read block size");
   require(decodeBytes(coding, body, hasParent) == whole, "line runs and single bytes decode alike");
+
+  if (coding == Coding::Base64) {
+    // Counted instead: the size of the decoding, and the bytes after each mark from the mark.
+    scanner::LineReader in(5);
+    in.openMemory(body);
+    NullSink sink;
+    Decoder::MIME::Base64 counter(in, &sink, "--b", "--p", hasParent);
+    Decoder::MIME::Base64::Count count;
+    count.markEvery = 7;
+    counter.countInto(count);
+    scanner::ImageBuffer none;
+    bool emptyBody = true;
+    counter.skipBody(emptyBody, std::string_view::npos, &none);
+    require(count.size == whole.size(), "counting gives the size of the decoding");
+    for (const Decoder::MIME::Base64::Mark& mark : count.marks) {
+      scanner::ImageBuffer rest;
+      Decoder::MIME::Base64::decodeFrom(in, mark, counter.endsAt(), rest);
+      require(rest.view() == std::string_view(whole).substr(mark.image),
+              "decoding from a mark gives the bytes after it");
+    }
+  }
 
   const std::string b64 = Decoder::MIME::Base64::decode(body);
   require(b64.size() <= body.size() / 4 * 3 + 3, "base64 output is at most 3/4 of its input");

@@ -4,9 +4,11 @@
 #include <array>
 #include <cstring>
 
+#include "kvs/platform/platform.h"
+
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #include <immintrin.h>
-#define VELMORA_BASE64_SSSE3 1
+#define VELMORA_BASE64_X86 1
 #endif
 
 namespace Decoder::MIME {
@@ -36,8 +38,9 @@ constexpr std::array<unsigned char, 256> kTable = makeTable();
 // blanks and strangers stop it, for the plain loop to take); twelve bytes out per round, with a
 // sixteen-byte store. Returns the characters used. On the benchmark's zip-heavy corpus (processor
 // time, the decoding of whole archives) it takes velmora from 761 MB/s with whole groups alone to
-// 949 MB/s; the plain loop alone gives 415 MB/s.
-#ifdef VELMORA_BASE64_SSSE3
+// 949 MB/s; the plain loop alone gives 415 MB/s. Where the processor has AVX2, archives are
+// counted instead (countBlocks) and only the parts their directory is read from decoded here.
+#ifdef VELMORA_BASE64_X86
 __attribute__((target("ssse3"))) std::size_t decodeBlocks(const unsigned char* p, std::size_t n,
                                                           char* o) {
   const __m128i lutLo = _mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
@@ -68,12 +71,71 @@ __attribute__((target("ssse3"))) std::size_t decodeBlocks(const unsigned char* p
   return used;
 }
 
-// Asked on first use, after the runtime has looked at the CPU.
-bool haveSsse3() {
-  static const bool have = __builtin_cpu_supports("ssse3") != 0;
-  return have;
+// Of 32 bytes: nonzero where a byte is neither an alphabet character nor a byte up to 32. The
+// tables of the SSSE3 decoder, changed to let the bytes up to 32 pass: a row bit per high
+// nibble, set in the low-nibble table where that row has no such byte.
+__attribute__((target("avx2"))) __m256i strangers(__m256i in) {
+  const __m256i lutLo =
+      _mm256_setr_epi8(0x14, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A, 0x1B,
+                       0x1B, 0x1B, 0x1A, 0x14, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                       0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
+  const __m256i lutHi =
+      _mm256_setr_epi8(0x00, 0x00, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10, 0x10,
+                       0x10, 0x10, 0x10, 0x00, 0x00, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10,
+                       0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+  const __m256i mask0F = _mm256_set1_epi8(0x0F);
+  const __m256i hi = _mm256_shuffle_epi8(lutHi, _mm256_and_si256(_mm256_srli_epi32(in, 4), mask0F));
+  const __m256i lo = _mm256_shuffle_epi8(lutLo, _mm256_and_si256(in, mask0F));
+  return _mm256_and_si256(lo, hi);
+}
+
+// The characters among 32 bytes that strangers() let pass: those above 32.
+__attribute__((target("avx2"))) std::uint32_t characters(__m256i in) {
+  return static_cast<std::uint32_t>(
+      _mm256_movemask_epi8(_mm256_cmpgt_epi8(in, _mm256_set1_epi8(0x20))));
+}
+
+// Counting instead of decoding, 64 bytes at a time while they are alphabet characters and bytes
+// up to 32 (blanks, line ends); anything else stops it for the plain loop to take. `total`, the
+// characters of the open group at the start, grows by the characters counted; it also stops
+// after a block that leaves `total` a multiple of four and at least `enough`. Returns the bytes
+// used. On the benchmark's zip-heavy corpus it takes velmora to 1.4-1.5 times the processor time
+// of only reading the files (141 million instructions), from 8.7 times decoding whole archives
+// (985 million). Counting with the plain loop alone runs 4350 million instructions (7.9 times),
+// four times decoding's: without AVX2 archives are decoded whole.
+__attribute__((target("avx2"))) std::size_t countBlocks(const unsigned char* p, std::size_t n,
+                                                        std::uint64_t enough,
+                                                        std::uint64_t& total) {
+  std::uint64_t chars = total;
+  std::size_t used = 0;
+  while (n - used >= 64) {
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + used));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + used + 32));
+    const __m256i bad = _mm256_or_si256(strangers(a), strangers(b));
+    if (!_mm256_testz_si256(bad, bad)) break;
+    chars += static_cast<unsigned>(
+        __builtin_popcountll(characters(a) | static_cast<std::uint64_t>(characters(b)) << 32));
+    used += 64;
+    if (chars >= enough && chars % 4 == 0) break;
+  }
+  total = chars;
+  return used;
 }
 #endif
+
+// One character into the group being collected, by the table: a byte up to 32 is skipped, a
+// stranger complained about and dropped. True when it fills the group.
+bool collect(unsigned char c, Base64Group& g, const Complain& complain) {
+  const unsigned char v = kTable[c];
+  if (v == kSkip) return false;
+  if (v == kIllegal) {
+    complain(kBase64IllegalText, true);
+    return false;
+  }
+  g.pad[g.count] = v == kPad;
+  g.value[g.count] = v == kPad ? 0 : v;
+  return ++g.count == 4;
+}
 
 const char kEndingText[] = "Invalid Quoted-Printable MIME ending, missing some characters";
 
@@ -90,8 +152,8 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
                                char*& out, bool& stop, const Complain& complain, bool wide) {
   stop = false;
   while (p != e) {
-#ifdef VELMORA_BASE64_SSSE3
-    if (wide && g.count == 0 && e - p >= 24 && haveSsse3()) {
+#ifdef VELMORA_BASE64_X86
+    if (wide && g.count == 0 && e - p >= 24 && kvs::platform::cpuHasSsse3()) {
       const std::size_t used = decodeBlocks(p, static_cast<std::size_t>(e - p), out);
       p += used;
       out += used / 4 * 3;
@@ -110,15 +172,7 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
       p += 4;
     }
     if (p == e) break;
-    const unsigned char v = kTable[*p++];
-    if (v == kSkip) continue;
-    if (v == kIllegal) {
-      complain(kBase64IllegalText, true);
-      continue;
-    }
-    g.pad[g.count] = v == kPad;
-    g.value[g.count] = v == kPad ? 0 : v;
-    if (++g.count < 4) continue;
+    if (!collect(*p++, g, complain)) continue;
     g.count = 0;
     const unsigned a = g.value[0], b = g.value[1], c = g.value[2], d = g.value[3];
     const char* before = out;
@@ -128,6 +182,60 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
     if (out == before) {
       stop = true;
       break;
+    }
+  }
+  return p;
+}
+
+bool countsFast() {
+#ifdef VELMORA_BASE64_X86
+  return kvs::platform::cpuHasAvx2();
+#else
+  return false;
+#endif
+}
+
+const unsigned char* countRun(const unsigned char* p, const unsigned char* e, Base64Group& g,
+                              std::uint64_t& written, bool& stop, const Complain& complain,
+                              std::uint64_t pauseAt, bool wide) {
+  stop = false;
+  const bool blocks = wide && countsFast();
+  while (p != e) {
+    if (g.count == 0 && written >= pauseAt) return p;
+    const unsigned char* plainEnd = e;
+#ifdef VELMORA_BASE64_X86
+    if (blocks) {
+      // The blocks hold no "=", so they may only continue a group that has none either.
+      const bool openPad =
+          (g.count > 0 && g.pad[0]) || (g.count > 1 && g.pad[1]) || (g.count > 2 && g.pad[2]);
+      if (!openPad && e - p >= 64) {
+        // Characters enough for whole groups that reach the pause.
+        const std::uint64_t gap = pauseAt > written ? pauseAt - written : 0;
+        const std::uint64_t enough = gap > UINT64_MAX / 2 ? UINT64_MAX : (gap + 2) / 3 * 4;
+        std::uint64_t total = static_cast<unsigned>(g.count);
+        const std::size_t used = countBlocks(p, static_cast<std::size_t>(e - p), enough, total);
+        if (used > 0) {
+          p += used;
+          written += total / 4 * 3;
+          g.count = static_cast<int>(total % 4);
+          g.pad[0] = g.pad[1] = g.pad[2] = false;
+          continue;
+        }
+      }
+      // The block that stopped them goes through the plain loop; then they are tried again.
+      plainEnd = e - p > 64 ? p + 64 : e;
+    }
+#endif
+    while (p != plainEnd) {
+      if (!collect(*p++, g, complain)) continue;
+      g.count = 0;
+      const int bytes = !g.pad[0] + !g.pad[2] + !g.pad[3];
+      if (bytes == 0) {
+        stop = true;
+        return p;
+      }
+      written += static_cast<unsigned>(bytes);
+      if (written >= pauseAt) return p;
     }
   }
   return p;

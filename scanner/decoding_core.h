@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -31,6 +32,17 @@ struct Base64Group {  // the significant characters of the group being collected
 // a time, the reference the faster paths (whole groups, SSSE3 blocks) are held to.
 const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, Base64Group& g,
                                char*& out, bool& stop, const Complain& complain, bool wide = true);
+
+// What decodeRun would do with [p, e), without writing a byte: the same complaints and the same
+// stop, and the number of bytes it would write added to `written`. With `stop` clear it returns
+// at e, or earlier at the first place after `written` has reached `pauseAt` where no group is
+// open: decodeRun started there with a fresh group writes the bytes that follow, so a caller can
+// note the place and decode from it later. `wide` false: the plain loop alone.
+const unsigned char* countRun(const unsigned char* p, const unsigned char* e, Base64Group& g,
+                              std::uint64_t& written, bool& stop, const Complain& complain,
+                              std::uint64_t pauseAt, bool wide = true);
+// Whether countRun has a vector path on this processor; without one it is slower than decoding.
+[[nodiscard]] bool countsFast();
 
 // Quoted-printable: "=XX" escapes, "=" before the line end a soft break; with `encodedWord`
 // (the Q encoding of a header word) "_" stands for a blank.

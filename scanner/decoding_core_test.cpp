@@ -7,6 +7,8 @@
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -126,6 +128,91 @@ TEST(Base64Core, FastPathsAgreeWithThePlainLoop) {
       EXPECT_EQ(wide.bytes, plain.bytes) << text;
       EXPECT_EQ(wide.counted, plain.counted) << text;
       EXPECT_EQ(wide.groupLeft, plain.groupLeft) << text;
+    }
+  }
+}
+
+// Counts `text` a chunk at a time, pausing as soon as it may once `every` more bytes are due;
+// each pause is kept as (characters used, bytes before it).
+struct Counted {
+  Decoded d;  // bytes: left empty
+  std::uint64_t written = 0;
+  bool stopped = false;
+  std::vector<std::pair<std::size_t, std::uint64_t>> pauses;
+};
+
+Counted count(const std::string& text, std::size_t chunk, bool wide, std::uint64_t every) {
+  Counted c;
+  const Complain complain = c.d.collector();
+  Base64Group g;
+  const auto* const begin = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* p = begin;
+  const auto* const end = p + text.size();
+  std::uint64_t pauseAt = every;
+  while (p < end && !c.stopped) {
+    const auto* e = p + std::min<std::size_t>(chunk, static_cast<std::size_t>(end - p));
+    while ((p = countRun(p, e, g, c.written, c.stopped, complain, pauseAt, wide)) != e &&
+           !c.stopped) {
+      c.pauses.emplace_back(static_cast<std::size_t>(p - begin), c.written);
+      pauseAt = c.written + every;
+    }
+  }
+  c.d.groupLeft = g.count;
+  return c;
+}
+
+// Long plain runs with line ends (the vector paths take 64 bytes at a time across them) broken
+// by every kind of oddity, "=" and "====" among them.
+std::string oddText(std::mt19937& random) {
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::string odd[] = {"=", "{",    " ",    "\r\n", "\t", "*",
+                             "-", "\x80", "\xFF", "\n",   ".",  "===="};
+  std::string text;
+  const int pieces = 1 + static_cast<int>(random() % 12);
+  for (int k = 0; k < pieces; ++k) {
+    const int run = static_cast<int>(random() % 300);
+    for (int i = 0; i < run; ++i) text += i % 77 == 76 ? '\n' : alphabet[random() % 64];
+    if (random() % 3 == 0) text += odd[random() % std::size(odd)];
+  }
+  return text;
+}
+
+TEST(Base64Core, CountingAgreesWithDecoding) {
+  // The same complaints, stop and group as the plain loop's decoding, its number of bytes; and
+  // decoding from any pause with a fresh group gives the bytes after it.
+  std::mt19937 random(7);
+  for (int round = 0; round < 300; ++round) {
+    const std::string text = oddText(random);
+    const Decoded plain = base64(text, text.size(), false);
+    for (bool wide : {true, false}) {
+      for (std::size_t chunk : {std::size_t{1}, std::size_t{7}, std::size_t{100}, text.size()}) {
+        const Counted c = count(text, chunk, wide, 50 + random() % 200);
+        EXPECT_EQ(c.written, plain.bytes.size()) << text;
+        EXPECT_EQ(c.d.complaints, plain.complaints) << text;
+        EXPECT_EQ(c.d.counted, plain.counted) << text;
+        EXPECT_EQ(c.d.groupLeft, plain.groupLeft) << text;
+        if (chunk != 7) continue;
+        for (const auto& [at, written] : c.pauses) {
+          EXPECT_EQ(base64(text.substr(at), 64, true).bytes, plain.bytes.substr(written)) << text;
+        }
+      }
+    }
+  }
+}
+
+TEST(Base64Core, CountingBlocksTellEveryByteValueApart) {
+  // Each byte value inside a run long enough for the vector path, against the plain loop.
+  const std::string run =
+      "QUJDQUJD\r\nQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJDQUJD";
+  for (int byte = 0; byte < 256; ++byte) {
+    for (std::size_t at : {std::size_t{0}, std::size_t{31}, std::size_t{40}, std::size_t{63}}) {
+      std::string text = run + run;
+      text.insert(at, 1, static_cast<char>(byte));
+      const Counted wide = count(text, text.size(), true, UINT64_MAX);
+      const Counted plain = count(text, text.size(), false, UINT64_MAX);
+      EXPECT_EQ(wide.written, plain.written) << "byte " << byte << " at " << at;
+      EXPECT_EQ(wide.d.counted, plain.d.counted) << "byte " << byte << " at " << at;
+      EXPECT_EQ(wide.d.groupLeft, plain.d.groupLeft) << "byte " << byte << " at " << at;
     }
   }
 }

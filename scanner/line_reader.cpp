@@ -159,6 +159,11 @@ std::string_view LineReader::linesAhead(char first) {
   return {};
 }
 
+std::string_view LineReader::bytesAhead() {
+  if (begin_ == end_) refill();
+  return std::string_view(buffer_.data() + begin_, end_ - begin_);
+}
+
 bool LineReader::seek(std::int64_t position) {
   if (position < 0) return false;
   if (position >= bufferPos_ && position <= bufferPos_ + static_cast<std::int64_t>(end_)) {

@@ -48,6 +48,9 @@ class LineReader : private kvs::noncopyable {
   // consume whole, or empty when there is none (the next line begins so, does not fit in the
   // buffer, or the input has ended); then read line by line.
   std::string_view linesAhead(char first);
+  // The bytes next in the buffer, lines or not (reading more when it holds none); empty at the end
+  // of the input.
+  std::string_view bytesAhead();
   void consume(std::size_t bytes) { begin_ += bytes; }
 
   // Whether the line just read ended with a line feed (false only for a last line without one).
@@ -55,6 +58,10 @@ class LineReader : private kvs::noncopyable {
 
   // Position of the next line's first byte in the file.
   [[nodiscard]] std::int64_t tell() const { return bufferPos_ + static_cast<std::int64_t>(begin_); }
+  // The first position that the buffer still holds: seeking back to it costs no reading.
+  [[nodiscard]] std::int64_t heldFrom() const { return bufferPos_; }
+  // Whether the buffer holds everything up to the end of the input.
+  [[nodiscard]] bool holdsTheRest() const { return eof_; }
   bool seek(std::int64_t position);
   // The input's size: free once its end has been read, otherwise one status call of the open
   // file; -1 when it cannot be told.

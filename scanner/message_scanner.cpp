@@ -2,11 +2,12 @@
 #include "scanner/message_scanner.h"
 
 #include <algorithm>
+#include <iterator>
+#include <system_error>
 
 #include "kvs/ascii.h"
 #include "kvs/ptr.h"
 #include "scanner/mime_decoder.h"
-#include "scanner/zip_directory.h"
 
 namespace {
 
@@ -23,7 +24,8 @@ static_assert(MessageScanner::kContentType.starts_with(MessageScanner::kContent)
 
 }  // namespace
 
-MessageScanner::MessageScanner(std::size_t blockSize) : reader_(blockSize) {}
+MessageScanner::MessageScanner(std::size_t blockSize, bool countZips)
+    : reader_(blockSize), countZips_(countZips) {}
 
 MessageScanner::~MessageScanner() = default;
 
@@ -179,14 +181,20 @@ bool MessageScanner::endHeaderBlock(std::string& next) {
 
 bool MessageScanner::skipBody(std::string& next) {
   // The whole body is consumed at once; its boundary line is the next line. A ZIP part is
-  // decoded on the way, into one buffer sized from what is left of the file, and its directory
-  // is read when the part ends, if the message has body text.
+  // decoded on the way, into one buffer sized from what is left of the file, or (base64) only
+  // counted; its directory is read when the part ends, if the message has body text.
   const std::string sentinel = walk_.current.empty() ? std::string() : "--" + walk_.current;
   const Entity& part = walk_.part;
   const bool base64 = part.zip && kvs::startsWithIgnoreCase(part.encoding, kBase64);
+  // Where the rest of the file is already in the reader's buffer the part is small: counting it
+  // would only add a pass.
+  const bool counting = base64 && countZips_ && !reader_.holdsTheRest();
+  std::optional<Decoder::MIME::Base64::Count> count;
   Decoder::MIME::Interface* reader = nullptr;
   if (base64) {
-    reader = new Decoder::MIME::Base64(reader_, this, sentinel);
+    auto* decoder = new Decoder::MIME::Base64(reader_, this, sentinel);
+    if (counting) decoder->countInto(count.emplace());
+    reader = decoder;
   } else if (part.zip && kvs::startsWithIgnoreCase(part.encoding, kQuotedPrintable)) {
     reader = new Decoder::MIME::QuotedPrintable(reader_, this, sentinel);
   } else {
@@ -194,7 +202,7 @@ bool MessageScanner::skipBody(std::string& next) {
   }
   const kvs::ptr<Decoder::MIME::Interface> body(reader);
   scanner::ImageBuffer image;
-  if (part.zip) {
+  if (part.zip && !counting) {
     // The size comes from the open file, and costs nothing when its end is already read.
     const std::int64_t bodyStart = reader_.tell();
     const std::int64_t fileSize = reader_.size();
@@ -205,7 +213,13 @@ bool MessageScanner::skipBody(std::string& next) {
   }
   body->skipBody(walk_.emptyBody, std::max(kStopLineKeep, walk_.longestBoundary + 4),
                  part.zip ? &image : nullptr);
-  if (part.zip && !walk_.emptyBody) inspectZip(image.view());
+  if (part.zip && !walk_.emptyBody) {
+    if (counting) {
+      inspectCountedZip(*count, body->endsAt());
+    } else {
+      reportZip(scanner::readZipDirectory(image.view()));
+    }
+  }
   walk_.part.clear();
   next = body->stopLine();
   // At the end of the file, or at a closing boundary line, no new part follows: the enclosing
@@ -218,8 +232,42 @@ bool MessageScanner::skipBody(std::string& next) {
   return !body->ended();
 }
 
-void MessageScanner::inspectZip(std::string_view image) {
-  const scanner::ZipDirectory zip = scanner::readZipDirectory(image);
+void MessageScanner::inspectCountedZip(const Decoder::MIME::Base64::Count& count,
+                                       std::int64_t end) {
+  // The part is read again, from marks its count left, only while the directory reader asks for
+  // bytes before its window: first from the earliest mark the line reader still holds (which
+  // costs no reading and usually gives the directory), then from further back, each window at
+  // least twice as wide as the last. The first mark, the body's start, gives the whole image.
+  using Decoder::MIME::Base64;
+  const std::int64_t resume = reader_.tell();
+  const auto& marks = count.marks;
+  const auto held = std::lower_bound(
+      marks.begin(), marks.end(), reader_.heldFrom(),
+      [](const Base64::Mark& mark, std::int64_t file) { return mark.file < file; });
+  scanner::ImageBuffer rest;
+  scanner::ImageWindow window{count.size, count.head, count.size, {}};
+  std::uint64_t needed = 0;
+  std::optional<scanner::ZipDirectory> zip;
+  while (!(zip = scanner::readZipDirectory(window, needed))) {
+    const std::uint64_t wider = window.base - std::min(window.base, count.size - window.base);
+    auto from = std::prev(std::upper_bound(
+        marks.begin(), marks.end(), std::min(needed, wider),
+        [](std::uint64_t image, const Base64::Mark& mark) { return image < mark.image; }));
+    if (window.base == count.size && held != marks.end() && held->image <= needed) from = held;
+    rest.clear();
+    const std::uint64_t estimate = static_cast<std::uint64_t>(end - from->file) / 4 * 3 + 3;
+    rest.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
+    Base64::decodeFrom(reader_, *from, end, rest);
+    // Only a file changed since it was counted decodes differently: its findings are given up.
+    if (rest.size() != count.size - from->image) break;
+    window.base = from->image;
+    window.rest = rest.view();
+  }
+  reader_.seek(resume);
+  if (zip) reportZip(*zip);
+}
+
+void MessageScanner::reportZip(const scanner::ZipDirectory& zip) {
   if (zip.encrypted) walk_.results.insert("zip.pw");
   if (zip.corrupted) walk_.results.insert("zip.corrupted");
   for (const std::string& ext : zip.extensions) walk_.results.insert("zip/" + ext);

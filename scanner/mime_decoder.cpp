@@ -1,6 +1,8 @@
 // The body readers of the scanner.
 #include "scanner/mime_decoder.h"
 
+#include <algorithm>
+
 #include "kvs/ascii.h"
 
 namespace Decoder::MIME {
@@ -32,6 +34,7 @@ Interface::LineKind Interface::classify(std::string_view line) const {
 
 bool Interface::bodyLine(std::string_view& line, std::size_t keep) {
   if (ended_ || stopped_) return false;
+  lineAt_ = in_.tell();
   if (!in_.next(line, keep)) {
     ended_ = true;
     if (!sentinel_.empty()) complain("Unterminated MIME sentinel at end of message");
@@ -56,6 +59,7 @@ void Interface::skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer
     // every boundary line begins with "-": whole runs of other lines are passed over at once,
     // or go at once to a decoding that ignores line ends.
     if (runs && !emptyBody && !ended_ && !stopped_) {
+      rawAt_ = in_.tell();
       const std::string_view run = in_.linesAhead('-');
       if (!run.empty()) {
         if (decoding) decodeRaw(run, 0, false, *image, stop);
@@ -66,6 +70,7 @@ void Interface::skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer
     }
     if (!bodyLine(line, keep)) break;
     if (!line.empty()) emptyBody = false;
+    rawAt_ = lineAt_;
     if (decoding) decodeRaw(line, 0, in_.hadNewline(), *image, stop);
     decoding = decoding && !stop;
   }
@@ -135,9 +140,39 @@ std::size_t Skipper::decodeRaw(std::string_view raw, std::size_t pos, bool newli
   return raw.size();
 }
 
+void Base64::countInto(Count& count) {
+  count_ = &count;
+  count.size = 0;
+  count.head.clear();
+  count.marks.assign(1, Mark{input().tell(), 0});
+  nextMark_ = count.markEvery;
+}
+
 std::size_t Base64::decodeRaw(std::string_view raw, std::size_t pos, bool,
                               scanner::ImageBuffer& out, bool& stop) {
   const auto* base = reinterpret_cast<const unsigned char*>(raw.data());
+  if (count_ != nullptr) {
+    const unsigned char* p = base + pos;
+    const unsigned char* const e = base + raw.size();
+    const Complain complain = complaints();
+    stop = false;
+    // The first bytes are decoded, a few characters at a time.
+    while (count_->head.size() < 4 && p != e && !stop) {
+      const unsigned char* const piece = p + std::min<std::ptrdiff_t>(e - p, 8);
+      char bytes[9];
+      char* o = bytes;
+      p = decodeRun(p, piece, group_, o, stop, complain);
+      count_->head.append(bytes, o);
+      count_->size += static_cast<std::uint64_t>(o - bytes);
+    }
+    // countRun pauses where no group is open once the next mark is due.
+    while (!stop && (p = countRun(p, e, group_, count_->size, stop, complain, nextMark_)) != e &&
+           !stop) {
+      count_->marks.push_back(Mark{rawAt_ + (p - base), count_->size});
+      nextMark_ = count_->size + count_->markEvery;
+    }
+    return static_cast<std::size_t>(p - base);
+  }
   char* const start = out.room((raw.size() - pos) / 4 * 3 + 3);
   char* o = start;
   const unsigned char* p = decodeRun(base + pos, base + raw.size(), group_, o, stop, complaints());
@@ -148,6 +183,29 @@ std::size_t Base64::decodeRaw(std::string_view raw, std::size_t pos, bool,
 void Base64::endOfInput() {
   if (group_.count > 0) complain(kBase64EndText);
   group_.count = 0;
+}
+
+void Base64::decodeFrom(scanner::LineReader& in, const Mark& from, std::int64_t end,
+                        scanner::ImageBuffer& out) {
+  constexpr std::size_t kPiece = 64 * 1024;
+  const Complain ignore = [](const std::string&, bool) {};
+  Base64Group g;
+  bool stop = false;
+  std::int64_t at = from.file;
+  if (!in.seek(at)) return;
+  while (at < end && !stop) {
+    std::string_view raw = in.bytesAhead();
+    if (raw.empty()) break;
+    raw = raw.substr(0, static_cast<std::size_t>(std::min<std::int64_t>(
+                            {static_cast<std::int64_t>(raw.size()), end - at, kPiece})));
+    const auto* p = reinterpret_cast<const unsigned char*>(raw.data());
+    char* const start = out.room(raw.size() / 4 * 3 + 3);
+    char* o = start;
+    decodeRun(p, p + raw.size(), g, o, stop, ignore);
+    out.commit(static_cast<std::size_t>(o - start));
+    in.consume(raw.size());
+    at += static_cast<std::int64_t>(raw.size());
+  }
 }
 
 std::string Base64::decode(std::string_view text) {

@@ -2,12 +2,15 @@
 // its boundary line and hands them to the decoding of its subclass: Base64, QuotedPrintable, or
 // the body skipper, which decodes nothing (or, for a ZIP part without transfer encoding, takes
 // the bytes as they are). The whole body goes through in one pass (`skipBody`); the byte and line
-// interface (`nextByte`, `readLine`) is a thin layer over the same decoding.
+// interface (`nextByte`, `readLine`) is a thin layer over the same decoding. A base64 body can be
+// counted in that pass instead, and any part of its bytes decoded afterwards (`decodeFrom`).
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kvs/noncopyable.h"
 #include "scanner/decoding_core.h"
@@ -53,6 +56,9 @@ class Interface : private kvs::noncopyable {
   // decoded and of the boundary line only its first `keep` bytes are kept as the stop line;
   // with one, the body is decoded into it on the way.
   void skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer* image = nullptr);
+  // Where the body ends in the file once skipBody has consumed it: the start of its boundary line,
+  // or the end of the file.
+  [[nodiscard]] std::int64_t endsAt() const { return lineAt_; }
 
  protected:
   // Decodes raw[pos...] and then the line end, if `newline`, into `out`; returns where it
@@ -69,6 +75,9 @@ class Interface : private kvs::noncopyable {
   Complain complaints() {
     return [this](const std::string& text, bool counted) { complain(text, counted); };
   }
+  scanner::LineReader& input() { return in_; }
+
+  std::int64_t rawAt_ = 0;  // where skipBody's raw text for decodeRaw starts in the file
 
  private:
   // The next line of the body (at most `keep` bytes of it); false at its end.
@@ -83,6 +92,7 @@ class Interface : private kvs::noncopyable {
   std::string parentSentinel_;
   bool hasParent_;
   std::string stopLine_;
+  std::int64_t lineAt_ = 0;    // where the line last read starts in the file
   std::string lastComplaint_;  // the sink is a set: a repeat of the last text changes nothing
 
   // The byte interface: the current raw line and the decoded bytes not yet handed out.
@@ -111,9 +121,34 @@ class Skipper : public Interface {
 
 class Base64 : public Interface {
  public:
+  // A place in the file where decoding can start with a fresh group, and how many bytes the body
+  // gives before it.
+  struct Mark {
+    std::int64_t file = 0;
+    std::uint64_t image = 0;
+  };
+  // What counting a body leaves: how many bytes it decodes to, the first of them (decoded on the
+  // way: at least four, unless the body gives fewer), and places to decode any other part from:
+  // the first is the body's start, then one about every `markEvery` bytes.
+  struct Count {
+    std::uint64_t size = 0;
+    std::string head;
+    std::vector<Mark> marks;
+    std::uint64_t markEvery = 16 * 1024;
+  };
+
   using Interface::Interface;
   const char* name() const override { return "64"; }
   bool nextByte(unsigned char& byte) override { return pullByte(byte); }
+
+  // From here on skipBody counts instead of decoding (its image stays empty), with the same
+  // complaints, and fills `count` in when the body ends.
+  void countInto(Count& count);
+  // Decodes the body that `in` holds from `from` (a mark of its count) up to `end` (where the
+  // body ends in the file) into `out`. Complaints are dropped (counting made them); `in` is left
+  // anywhere.
+  static void decodeFrom(scanner::LineReader& in, const Mark& from, std::int64_t end,
+                         scanner::ImageBuffer& out);
 
   // The same byte rules over one text (an encoded word); complaints are dropped.
   [[nodiscard]] static std::string decode(std::string_view text);
@@ -126,6 +161,8 @@ class Base64 : public Interface {
 
  private:
   Base64Group group_;
+  Count* count_ = nullptr;
+  std::uint64_t nextMark_ = 0;
 };
 
 // Also used for the Q encoding of encoded words (where "_" stands for a blank).

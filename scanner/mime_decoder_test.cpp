@@ -2,8 +2,10 @@
 // a large one, and taken out both as a whole and byte by byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "scanner/image_buffer.h"
 #include "scanner/line_reader.h"
@@ -92,6 +94,49 @@ void checkCases(const Case* begin, const Case* end) {
 
 TEST(Base64, Cases) {
   checkCases<Base64>(std::begin(kBase64Cases), std::end(kBase64Cases));
+}
+
+TEST(Base64, CountingGivesTheSizeTheComplaintsAndPlacesToDecodeFrom) {
+  // Counted instead of decoded: the size, complaints and first bytes of the decoding, and marks
+  // from which decodeFrom gives the rest of its bytes.
+  std::string lines;
+  for (int i = 0; i < 40; ++i) lines += i % 9 == 4 ? "QU*JD\r\n" : std::string(76, 'Q') + "\n";
+  std::vector<std::string> bodies = {lines + "QUJ\n--b\nafter\n", "QQ\n==QUJD\n--b--\n"};
+  for (const Case& c : kBase64Cases) bodies.push_back(c.body);
+  for (const std::string& body : bodies) {
+    for (std::size_t block : kBlocks) {
+      for (bool emptyBefore : {true, false}) {
+        scanner::LineReader reader(block);
+        reader.openMemory(body);
+        Sink decodedSink;
+        Base64 decoder(reader, &decodedSink, "--b");
+        scanner::ImageBuffer image;
+        bool empty = emptyBefore;
+        decoder.skipBody(empty, kKeep, &image);
+        const std::string bytes(image.view());
+
+        reader.seek(0);
+        Sink sink;
+        Base64 counter(reader, &sink, "--b");
+        Base64::Count count;
+        count.markEvery = 10;
+        counter.countInto(count);
+        empty = emptyBefore;
+        counter.skipBody(empty, kKeep, &image);
+        EXPECT_EQ(image.size(), bytes.size()) << "nothing more written";
+        EXPECT_EQ(count.size, bytes.size()) << body;
+        EXPECT_EQ(sink.texts, decodedSink.texts) << body;
+        EXPECT_EQ(counter.errors(), decoder.errors()) << body;
+        EXPECT_EQ(count.head, bytes.substr(0, count.head.size())) << body;
+        EXPECT_GE(count.head.size(), std::min<std::size_t>(4, bytes.size())) << body;
+        for (const Base64::Mark& mark : count.marks) {
+          scanner::ImageBuffer rest;
+          Base64::decodeFrom(reader, mark, counter.endsAt(), rest);
+          EXPECT_EQ(rest.view(), bytes.substr(mark.image)) << body << " block " << block;
+        }
+      }
+    }
+  }
 }
 
 TEST(QuotedPrintable, Cases) {

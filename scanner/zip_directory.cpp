@@ -1,6 +1,7 @@
 // The central directory of a ZIP archive image.
 #include "scanner/zip_directory.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -24,9 +25,45 @@ std::uint32_t le32(const char* p) {
   return le16(p) | le16(p + 2) << 16;
 }
 
-bool fits(std::string_view image, std::uint64_t pos, std::uint64_t size) {
-  return pos <= image.size() && size <= image.size() - pos;
-}
+// The bytes of a window (its `rest` holds exactly the image from `base` on), for reads checked
+// against the image's size beforehand.
+class Bytes {
+ public:
+  explicit Bytes(const ImageWindow& w) : w_(w) {}
+  [[nodiscard]] std::uint64_t size() const { return w_.size; }
+  [[nodiscard]] bool fits(std::uint64_t pos, std::uint64_t n) const {
+    return pos <= w_.size && n <= w_.size - pos;
+  }
+  // [pos, pos + n), or null when the window does not hold it.
+  const char* at(std::uint64_t pos, std::uint64_t n) {
+    if (pos >= w_.base) return w_.rest.data() + (pos - w_.base);
+    if (pos + n <= w_.head.size()) return w_.head.data() + pos;
+    needed = pos;
+    return nullptr;
+  }
+  // The last end record signature, searched from the end: kNone when there is none, kMissing
+  // when the search reaches the start of a window that does not begin at 0.
+  std::uint64_t lastEndSignature() {
+    if (w_.size < 4) return kNone;
+    const std::uint64_t last = w_.size - 4;
+    if (last >= w_.base) {
+      const char* const rest = w_.rest.data();
+      for (std::uint64_t i = last - w_.base + 1; i-- > 0;) {
+        if (rest[i] == 'P' && std::memcmp(rest + i, kEndSignature, 4) == 0) return w_.base + i;
+      }
+    }
+    if (w_.base == 0) return kNone;
+    needed = std::min(last, w_.base - 1);
+    return kMissing;
+  }
+
+  static constexpr std::uint64_t kNone = UINT64_MAX;
+  static constexpr std::uint64_t kMissing = UINT64_MAX - 1;
+  std::uint64_t needed = 0;
+
+ private:
+  const ImageWindow& w_;
+};
 
 // An extension is trimmed of these four bytes only, not of every whitespace byte.
 std::string_view trimExtension(std::string_view s) {
@@ -46,40 +83,57 @@ std::string storedNameExtension(std::string_view name) {
 }
 
 ZipDirectory readZipDirectory(std::string_view image) {
+  std::uint64_t needed = 0;
+  return *readZipDirectory(ImageWindow{image.size(), {}, 0, image}, needed);
+}
+
+std::optional<ZipDirectory> readZipDirectory(const ImageWindow& window, std::uint64_t& needed) {
   ZipDirectory result;
-  if (image.size() < 4 || le32(image.data()) != kLocalHeader) return result;
+  Bytes image(window);
+  // Every read that the window may not hold answers "needed" at once.
+  auto missing = [&]() -> std::optional<ZipDirectory> {
+    needed = image.needed;
+    return std::nullopt;
+  };
+  if (image.size() < 4) return result;
+  const char* const first = image.at(0, 4);
+  if (first == nullptr) return missing();
+  if (le32(first) != kLocalHeader) return result;
 
   // The end record is the last signature in the image; one cut short before its directory
   // offset is as good as none.
-  std::size_t end = std::string_view::npos;
-  for (std::size_t i = image.size() >= 4 ? image.size() - 4 + 1 : 0; i-- > 0;) {
-    if (image[i] == 'P' && std::memcmp(image.data() + i, kEndSignature, 4) == 0) {
-      end = i;
-      break;
-    }
-  }
-  if (end == std::string_view::npos || !fits(image, end, kEndRecordNeeded)) {
+  const std::uint64_t end = image.lastEndSignature();
+  if (end == Bytes::kMissing) return missing();
+  if (end == Bytes::kNone || !image.fits(end, kEndRecordNeeded)) {
     result.corrupted = true;
     return result;
   }
-  const std::uint32_t entries = le16(image.data() + end + 8);
-  std::uint64_t pos = le32(image.data() + end + 16);
+  const char* const record = image.at(end, kEndRecordNeeded);
+  if (record == nullptr) return missing();
+  const std::uint32_t entries = le16(record + 8);
+  std::uint64_t pos = le32(record + 16);
 
   // A header or name reaching outside the image is broken just like a wrong signature.
   for (std::uint16_t counter = 0; counter < entries; ++counter) {
-    if (!fits(image, pos, kCentralHeaderSize) || le32(image.data() + pos) != kCentralHeader) {
+    if (!image.fits(pos, kCentralHeaderSize)) {
       result.corrupted = true;
       break;
     }
-    const char* header = image.data() + pos;
+    const char* const header = image.at(pos, kCentralHeaderSize);
+    if (header == nullptr) return missing();
+    if (le32(header) != kCentralHeader) {
+      result.corrupted = true;
+      break;
+    }
     const std::uint64_t nameLength = le16(header + 28);
-    if (!fits(image, pos + kCentralHeaderSize, nameLength)) {
+    if (!image.fits(pos + kCentralHeaderSize, nameLength)) {
       result.corrupted = true;
       break;
     }
+    const char* const name = image.at(pos + kCentralHeaderSize, nameLength);
+    if (name == nullptr) return missing();
     if (static_cast<unsigned char>(header[8]) & 1) result.encrypted = true;
-    result.extensions.insert(
-        storedNameExtension(image.substr(pos + kCentralHeaderSize, nameLength)));
+    result.extensions.insert(storedNameExtension(std::string_view(name, nameLength)));
     pos += kCentralHeaderSize + nameLength + le16(header + 30) + le16(header + 32);
   }
   return result;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@ namespace {
 
 using scanner::readZipDirectory;
 using scanner::storedNameExtension;
+using scanner::ZipDirectory;
 
 using zip_image::patch16;
 using zip_image::put16;
@@ -257,6 +259,35 @@ TEST(ZipDirectory, AnyDamageStaysInsideTheImage) {
     std::vector<char> exact(bytes.begin(), bytes.end());
     const auto r = readZipDirectory(std::string_view(exact.data(), exact.size()));
     EXPECT_LE(r.extensions.size(), 4u);
+  }
+}
+
+TEST(ZipDirectory, WindowsReadWhatTheWholeImageGives) {
+  // From any first window, widened to where the reader asks, the findings of the whole image;
+  // and the reader only asks for bytes before the window.
+  std::mt19937 random(14);
+  auto images =
+      std::vector<std::string>{image({{"a.exe"}, {"b.txt"}}).bytes,
+                               zip_image::zipImage({{"c.doc"}}, std::string(300, 'f')).bytes,
+                               image({{"d.js", 1}}, std::string("PK\x05\x06", 4)).bytes};
+  for (int i = 0; i < 2000; ++i) {
+    std::string bytes = images[random() % 3];
+    for (int k = static_cast<int>(random() % 4); k > 0; --k) {
+      bytes[random() % bytes.size()] = static_cast<char>(random() & 0xFF);
+    }
+    bytes.resize(bytes.size() - random() % 30);
+    const ZipDirectory whole = readZipDirectory(bytes);
+    const std::string_view all(bytes);
+    std::uint64_t base = random() % (bytes.size() + 1), needed = 0;
+    std::optional<ZipDirectory> r;
+    while (
+        !(r = readZipDirectory({all.size(), all.substr(0, 4), base, all.substr(base)}, needed))) {
+      ASSERT_LT(needed, base);
+      base = needed - random() % (needed + 1) / 2;
+    }
+    EXPECT_EQ(r->extensions, whole.extensions);
+    EXPECT_EQ(r->encrypted, whole.encrypted);
+    EXPECT_EQ(r->corrupted, whole.corrupted);
   }
 }
 

@@ -18,4 +18,25 @@ std::string directoryOf(std::string_view path) {
   return slash == std::string::npos ? std::string("./") : p.substr(0, slash + 1);
 }
 
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+// The runtime's answers, which also check that the system saves the wide registers.
+bool cpuHasSsse3() {
+  static const bool have = __builtin_cpu_supports("ssse3") != 0;
+  return have;
+}
+
+bool cpuHasAvx2() {
+  static const bool have = __builtin_cpu_supports("avx2") != 0;
+  return have;
+}
+#else
+bool cpuHasSsse3() {
+  return false;
+}
+
+bool cpuHasAvx2() {
+  return false;
+}
+#endif
+
 }  // namespace kvs::platform

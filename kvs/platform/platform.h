@@ -69,4 +69,9 @@ bool localTime(std::time_t t, std::tm& fields);
 // output an ordinary failed write instead of a fatal signal.
 void prepareStandardStreams();
 
+// Vector instructions of the processor, asked once; false where they cannot be asked for (no x86
+// processor, or a compiler without the question), so the plain code is taken there.
+[[nodiscard]] bool cpuHasSsse3();
+[[nodiscard]] bool cpuHasAvx2();
+
 }  // namespace kvs::platform

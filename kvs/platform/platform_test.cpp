@@ -208,6 +208,11 @@ TEST(PlatformStreams, PreparedForBinaryAndBrokenPipes) {
 #endif
 }
 
+TEST(CpuFeatures, AvxTwoComesWithSsse3) {
+  // Every processor with AVX2 has SSSE3; an answer otherwise asks for the wrong feature.
+  EXPECT_TRUE(!kvs::platform::cpuHasAvx2() || kvs::platform::cpuHasSsse3());
+}
+
 TEST(DirectoryOf, Separators) {
   EXPECT_EQ(kvs::platform::directoryOf("velmora.exe"), "./");
   EXPECT_EQ(kvs::platform::directoryOf("C:\\CGP\\velmora.exe"), "C:/CGP/");
