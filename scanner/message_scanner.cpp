@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
-#include <system_error>
+#include <optional>
 
 #include "kvs/ascii.h"
 #include "kvs/ptr.h"
