@@ -220,8 +220,8 @@ std::string DataSet::numberText(double value) {
   std::string text(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
   // Only a text with a point loses zeros: inf and nan have none.
   if (text.find('.') == std::string::npos) return text;
-  while (!text.empty() && text.back() == '0') text.pop_back();
-  if (!text.empty() && text.back() == '.') text.pop_back();
+  while (text.ends_with('0')) text.pop_back();
+  if (text.ends_with('.')) text.pop_back();
   return text;
 }
 

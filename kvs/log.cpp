@@ -40,7 +40,7 @@ void writeStdout(std::string_view text) {
 OutputWriter currentWriter = writeStdout;
 
 void stripTrailingLineFeeds(std::string& text) {
-  while (!text.empty() && text.back() == '\n') text.pop_back();
+  while (text.ends_with('\n')) text.pop_back();
 }
 
 }  // namespace
@@ -94,7 +94,7 @@ std::string formatComment(int number, std::string_view source, std::string_view 
     prefix += source;
     prefix += ": ";
   }
-  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  while (text.ends_with('\n')) text.remove_suffix(1);
   std::string lines = prefix;
   lines.reserve(prefix.size() + text.size() + 1);
   for (char c : text) {

@@ -18,4 +18,13 @@ std::string directoryOf(std::string_view path) {
   return slash == std::string::npos ? std::string("./") : p.substr(0, slash + 1);
 }
 
+bool cpuHasSsse3() {
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+  static const bool have = __builtin_cpu_supports("ssse3") != 0;
+  return have;
+#else
+  return false;
+#endif
+}
+
 }  // namespace kvs::platform

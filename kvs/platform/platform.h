@@ -46,6 +46,10 @@ bool localTime(std::time_t t, std::tm& fields);
 // "./" when there is no separator at all.
 [[nodiscard]] std::string directoryOf(std::string_view path);
 
+// Whether the processor runs SSSE3 instructions: asked once, on first use; false where the
+// compiler cannot ask or the processor is no x86.
+[[nodiscard]] bool cpuHasSsse3();
+
 // Puts the standard streams in binary mode (answers and messages end in a bare line feed on
 // every platform, and request lines arrive byte for byte) and makes a write to a closed standard
 // output an ordinary failed write instead of a fatal signal.
