@@ -2,6 +2,13 @@
 #include "kvs/escape.h"
 
 namespace kvs {
+namespace {
+
+// The escaped bytes, and the letter that follows the backslash for each; CR is dropped.
+constexpr std::string_view kEscaped("\\\n\t\"\0", 5);
+constexpr std::string_view kLetters = "\\et\"0";
+
+}  // namespace
 
 std::string hex(std::string_view bytes) {
   static constexpr char digits[] = "0123456789abcdef";
@@ -16,9 +23,6 @@ std::string hex(std::string_view bytes) {
 }
 
 std::string escapeString(std::string_view text) {
-  // The escaped bytes, and the letter that follows the backslash for each; CR is dropped.
-  static constexpr std::string_view kEscaped("\\\n\t\"\0", 5);
-  static constexpr std::string_view kLetters = "\\et\"0";
   std::string out;
   out.reserve(text.size() + 8);
   for (char ch : text) {
@@ -28,6 +32,22 @@ std::string escapeString(std::string_view text) {
       out.push_back(kLetters[k]);
     } else if (ch != '\r') {
       out.push_back(ch);
+    }
+  }
+  return out;
+}
+
+std::string unescapeString(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const std::size_t k = text[i] == '\\' && i + 1 < text.size() ? kLetters.find(text[i + 1])
+                                                                   : std::string_view::npos;
+    if (k == std::string_view::npos) {
+      out.push_back(text[i]);
+    } else {
+      out.push_back(kEscaped[k]);
+      ++i;
     }
   }
   return out;

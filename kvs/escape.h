@@ -12,6 +12,9 @@ namespace kvs {
 // The dataset string escapes, without quotes: backslash doubled, CR dropped, LF as "\e", tab as
 // "\t", double quote as "\"", and a byte of value 0 as "\0" (never a raw NUL on the wire).
 [[nodiscard]] std::string escapeString(std::string_view text);
+// The way back: \" \0 \\ \e \t; any other pair is kept as it stands, and so is a backslash at
+// the very end.
+[[nodiscard]] std::string unescapeString(std::string_view text);
 
 [[nodiscard]] inline const char* boolText(bool value) {
   return value ? "true" : "false";
