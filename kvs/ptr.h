@@ -18,7 +18,7 @@ class ptr_interface {
   virtual ~ptr_interface() = default;
   virtual T* get() { return object; }
   virtual const T* get() const { return object; }
-  virtual bool isUnique() const { return next == nullptr || next == this; }
+  virtual bool isUnique() const { return uniqueUnlocked(); }
   virtual bool isNull() const { return object == nullptr; }
 
   T* operator->() const { return object; }
@@ -65,6 +65,13 @@ class ptr_interface {
     o.next = this;
   }
 
+  // Leaves this ring for that of `other`, unless both already hold the same object.
+  void assignUnlocked(const ptr_interface& other) {
+    if (this == &other || object == other.object) return;
+    releaseUnlocked();
+    joinUnlocked(other);
+  }
+
   // Takes the place of `other` in its ring; `other` ends up empty. `this` must be empty.
   void replaceUnlocked(ptr_interface& other) {
     object = other.object;
@@ -99,10 +106,7 @@ class ptr : public ptr_interface<T> {
   ~ptr() override { release(); }
 
   ptr& operator=(const ptr& other) {
-    if (this != &other && this->object != other.object) {
-      this->releaseUnlocked();
-      this->joinUnlocked(other);
-    }
+    this->assignUnlocked(other);
     return *this;
   }
   ptr& operator=(ptr&& other) noexcept {
@@ -137,10 +141,7 @@ class thread_safe_ptr : public ptr_interface<T> {
 
   thread_safe_ptr& operator=(const thread_safe_ptr& other) {
     ScopedLock lock(typeLock());
-    if (this != &other && this->object != other.object) {
-      this->releaseUnlocked();
-      this->joinUnlocked(other);
-    }
+    this->assignUnlocked(other);
     return *this;
   }
   thread_safe_ptr& operator=(std::nullptr_t) {
