@@ -25,9 +25,12 @@ class ptr_interface {
   T& operator*() const { return *object; }
   explicit operator bool() const { return object != nullptr; }
 
+  // What both pointer classes are made from: nothing, or a new object and how to delete it.
+  ptr_interface(std::nullptr_t) {}
+  explicit ptr_interface(T* o, Deleter d = nullptr) : object(o), deleter(o ? d : nullptr) {}
+
  protected:
   ptr_interface() = default;
-  ptr_interface(T* o, Deleter d) : object(o), deleter(o ? d : nullptr) {}
 
   bool uniqueUnlocked() const { return next == nullptr || next == this; }
 
@@ -98,9 +101,8 @@ class ptr : public ptr_interface<T> {
   using Base = ptr_interface<T>;
 
  public:
+  using Base::Base;
   ptr() = default;
-  ptr(std::nullptr_t) {}
-  explicit ptr(T* object, typename Base::Deleter deleter = nullptr) : Base(object, deleter) {}
   ptr(const ptr& other) : Base() { this->joinUnlocked(other); }
   ptr(ptr&& other) noexcept : Base() { this->replaceUnlocked(other); }
   ~ptr() override { release(); }
@@ -129,10 +131,8 @@ class thread_safe_ptr : public ptr_interface<T> {
   using Base = ptr_interface<T>;
 
  public:
+  using Base::Base;
   thread_safe_ptr() = default;
-  thread_safe_ptr(std::nullptr_t) {}
-  explicit thread_safe_ptr(T* object, typename Base::Deleter deleter = nullptr)
-      : Base(object, deleter) {}
   thread_safe_ptr(const thread_safe_ptr& other) : Base() {
     ScopedLock lock(typeLock());
     this->joinUnlocked(other);
