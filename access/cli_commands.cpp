@@ -103,68 +103,41 @@ R run(CLISession& session, const Line& line) {
 
 // ---- Rows of the table ----
 
-#define CLI_NONE(R, N)              \
-  R CLISession::N() {               \
-    return run<R>(*this, Line(#N)); \
+// One member body: the parameter list, then the calls that build the line after the command's
+// name.
+#define CLI_BODY(R, N, PARAMETERS, ...)         \
+  R CLISession::N PARAMETERS {                  \
+    return run<R>(*this, Line(#N) __VA_ARGS__); \
   }
-#define CLI_ONE(R, N, a)                   \
-  R CLISession::N(const std::string& a) {  \
-    return run<R>(*this, Line(#N).arg(a)); \
-  }
-#define CLI_OPT(R, N, a)                        \
-  R CLISession::N(const std::string& a) {       \
-    return run<R>(*this, Line(#N).optional(a)); \
-  }
-#define CLI_KW(R, N, a, kw, b)                                  \
-  R CLISession::N(const std::string& a, const std::string& b) { \
-    return run<R>(*this, Line(#N).arg(a).word(kw).name(b));     \
-  }
-#define CLI_KWOPT(R, N, a, kw, b)                               \
-  R CLISession::N(const std::string& a, const std::string& b) { \
-    return run<R>(*this, Line(#N).arg(a).optionalAfter(kw, b)); \
-  }
-#define CLI_DICT(R, N)                                            \
-  R CLISession::N(const DataSet& v) {                             \
-    return run<R>(*this, Line(#N).value(v, DataSet::Dictionary)); \
-  }
-#define CLI_ARRAY(R, N)                                      \
-  R CLISession::N(const DataSet& v) {                        \
-    return run<R>(*this, Line(#N).value(v, DataSet::Array)); \
-  }
-#define CLI_ONE_DICT(R, N, a)                                            \
-  R CLISession::N(const std::string& a, const DataSet& v) {              \
-    return run<R>(*this, Line(#N).arg(a).value(v, DataSet::Dictionary)); \
-  }
-#define CLI_OPT_DICT(R, N, a)                                                 \
-  R CLISession::N(const std::string& a, const DataSet& v) {                   \
-    return run<R>(*this, Line(#N).optional(a).value(v, DataSet::Dictionary)); \
-  }
-#define CLI_ONE_ARRAY(R, N, a)                                      \
-  R CLISession::N(const std::string& a, const DataSet& v) {         \
-    return run<R>(*this, Line(#N).arg(a).value(v, DataSet::Array)); \
-  }
-#define CLI_ONE_DICTOPT(R, N, a)                                                 \
-  R CLISession::N(const std::string& a, const DataSet& v) {                      \
-    return run<R>(*this, Line(#N).arg(a).optionalValue(v, DataSet::Dictionary)); \
-  }
-#define CLI_TEXT(R, N, a)                   \
-  R CLISession::N(const std::string& a) {   \
-    return run<R>(*this, Line(#N).text(a)); \
-  }
-#define CLI_ONE_TEXT(R, N, a, kw, b)                              \
-  R CLISession::N(const std::string& a, const std::string& b) {   \
-    return run<R>(*this, Line(#N).arg(a).word(kw).text(b, true)); \
-  }
-#define CLI_QUOTED(R, N, a)                   \
-  R CLISession::N(const std::string& a) {     \
-    return run<R>(*this, Line(#N).quoted(a)); \
-  }
-#define CLI_SKIN(R, N, a)                                               \
-  R CLISession::N(const std::string& domain, const std::string& a) {    \
-    return run<R>(*this, Line(#N).arg(domain).word(" SKIN").quoted(a)); \
-  }
+#define CLI_NONE(R, N) CLI_BODY(R, N, (), )
+#define CLI_ONE(R, N, a) CLI_BODY(R, N, (const std::string& a), .arg(a))
+#define CLI_OPT(R, N, a) CLI_BODY(R, N, (const std::string& a), .optional(a))
+#define CLI_KW(R, N, a, kw, b) \
+  CLI_BODY(R, N, (const std::string& a, const std::string& b), .arg(a).word(kw).name(b))
+#define CLI_KWOPT(R, N, a, kw, b) \
+  CLI_BODY(R, N, (const std::string& a, const std::string& b), .arg(a).optionalAfter(kw, b))
+#define CLI_DICT(R, N) CLI_BODY(R, N, (const DataSet& v), .value(v, DataSet::Dictionary))
+#define CLI_ARRAY(R, N) CLI_BODY(R, N, (const DataSet& v), .value(v, DataSet::Array))
+#define CLI_ONE_DICT(R, N, a) \
+  CLI_BODY(R, N, (const std::string& a, const DataSet& v), .arg(a).value(v, DataSet::Dictionary))
+#define CLI_OPT_DICT(R, N, a)                              \
+  CLI_BODY(R, N, (const std::string& a, const DataSet& v), \
+           .optional(a).value(v, DataSet::Dictionary))
+#define CLI_ONE_ARRAY(R, N, a) \
+  CLI_BODY(R, N, (const std::string& a, const DataSet& v), .arg(a).value(v, DataSet::Array))
+#define CLI_ONE_DICTOPT(R, N, a)                           \
+  CLI_BODY(R, N, (const std::string& a, const DataSet& v), \
+           .arg(a).optionalValue(v, DataSet::Dictionary))
+#define CLI_TEXT(R, N, a) CLI_BODY(R, N, (const std::string& a), .text(a))
+#define CLI_ONE_TEXT(R, N, a, kw, b) \
+  CLI_BODY(R, N, (const std::string& a, const std::string& b), .arg(a).word(kw).text(b, true))
+#define CLI_QUOTED(R, N, a) CLI_BODY(R, N, (const std::string& a), .quoted(a))
+#define CLI_SKIN(R, N, a)                                           \
+  CLI_BODY(R, N, (const std::string& domain, const std::string& a), \
+           .arg(domain).word(" SKIN").quoted(a))
 
 #include "access/cli_commands.inc"
+#undef CLI_BODY
 
 // ---- Commands with a line of their own ----
 

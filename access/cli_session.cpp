@@ -1,15 +1,20 @@
 // The CLI session: connection, greeting, the three logins, "inline", answers and their errors.
 #include "access/cli_session.h"
 
-#include <charconv>
 #include <climits>
 
 #include "cgp/dataset_text.h"
+#include "kvs/ascii.h"
 
 namespace cgp {
 namespace {
 
 constexpr const char* kInvalidArgument = "invalid or missing argument";
+
+// An answer line as an error quotes it: without the blanks and line ends around it.
+std::string quoted(std::string_view line) {
+  return std::string(kvs::trim(line, kvs::kLineBlanks));
+}
 
 }  // namespace
 
@@ -49,7 +54,7 @@ void CLISession::login(const std::string& user, const std::string& password, std
       break;
     case kDigest: {
       const std::string digest = kvs::sock::stampDigest(greeting, password);
-      if (digest.empty()) throw kvs::InvalidServerPromptException(kvs::sock::trimBlanks(greeting));
+      if (digest.empty()) throw kvs::InvalidServerPromptException(quoted(greeting));
       sendCommand("APOP " + user + " " + digest);
       break;
     }
@@ -104,20 +109,17 @@ std::string CLISession::describe(const kvs::Exception& error) {
 
 CLIAnswer CLISession::parseAnswer(std::string_view raw) {
   const std::size_t space = raw.find(' ');
-  if (space == 0) throw kvs::InvalidServerResponseException(kvs::sock::trimBlanks(raw));
+  if (space == 0) throw kvs::InvalidServerResponseException(quoted(raw));
   // The leading decimal number; none, or one beyond an int, reads as 0.
-  const std::string_view head = raw.substr(0, space);
-  unsigned code = 0;
-  std::from_chars(head.data(), head.data() + head.size(), code);
   CLIAnswer answer;
-  answer.code = code > INT_MAX ? 0 : static_cast<int>(code);
-  if (answer.code == 0) throw kvs::ProtocolException(kvs::sock::trimBlanks(raw));
+  answer.code = static_cast<int>(kvs::leadingNumber(raw, INT_MAX).value);
+  if (answer.code == 0) throw kvs::ProtocolException(quoted(raw));
   const std::string_view rest = space == std::string_view::npos ? raw : raw.substr(space + 1);
   if (answer.code == 200 || answer.code == 201) {
     answer.status = "OK";
     answer.data = std::string(rest);
   } else {
-    answer.status = kvs::sock::trimBlanks(rest);
+    answer.status = kvs::trim(rest, kvs::kLineBlanks);
   }
   return answer;
 }

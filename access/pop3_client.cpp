@@ -1,22 +1,20 @@
 // The POP3 client: status lines, the two logins, STAT, RETR with dot-unstuffing, DELE, QUIT.
 #include "access/pop3_client.h"
 
-#include <algorithm>
-#include <charconv>
-
 #include "access/pop3_retrieve.h"
+#include "kvs/ascii.h"
 #include "kvs/exception.h"
 
 namespace kvs::pop3 {
 namespace {
 
-// The decimal number at `pos` after any blanks (0 when there is none); `pos` moves past it.
-std::uint64_t numberAfterBlanks(std::string_view text, std::size_t& pos) {
-  pos = std::min(text.find_first_not_of(" \t", pos), text.size());
-  std::uint64_t value = 0;
-  pos = static_cast<std::size_t>(
-      std::from_chars(text.data() + pos, text.data() + text.size(), value).ptr - text.data());
-  return value;
+// The decimal number after any blanks at the start of `text` (0 when there is none, or when it
+// is beyond 64 bits); `text` moves past it.
+std::uint64_t takeNumber(std::string_view& text) {
+  text = kvs::trimLeft(text, " \t");
+  const kvs::LeadingNumber n = kvs::leadingNumber(text);
+  text.remove_prefix(n.digits);
+  return n.value;
 }
 
 }  // namespace
@@ -53,7 +51,7 @@ bool client::readStatus(bool quitOnFailure, std::string* line) {
   }
   std::string text;
   socket_.receiveLine(text, true);
-  lastResponse_ = sock::trimBlanks(text);
+  lastResponse_ = kvs::trim(text, kLineBlanks);
   if (line != nullptr) *line = std::move(text);
   if (lastResponse_.starts_with("+OK")) return true;
   if (quitOnFailure) quit();
@@ -102,10 +100,10 @@ std::uint32_t client::count(std::uint64_t* totalSize) {
   if (!readStatus(false) || lastResponse_.size() < 4) {
     throw InvalidServerResponseException(lastResponse_);
   }
-  std::size_t pos = 3;
+  std::string_view rest = std::string_view(lastResponse_).substr(3);
   // A count that is not a number reads as 0, as a plain decimal conversion would.
-  const std::uint64_t messages = numberAfterBlanks(lastResponse_, pos);
-  const std::uint64_t size = numberAfterBlanks(lastResponse_, pos);
+  const std::uint64_t messages = takeNumber(rest);
+  const std::uint64_t size = takeNumber(rest);
   if (totalSize != nullptr) *totalSize = size;
   return static_cast<std::uint32_t>(messages);
 }

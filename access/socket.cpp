@@ -181,13 +181,6 @@ bool startup(bool throwOnError) {
   return false;
 }
 
-std::string trimBlanks(std::string_view line) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  const std::size_t first = line.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return std::string();
-  return std::string(line.substr(first, line.find_last_not_of(kBlanks) - first + 1));
-}
-
 std::string loginRefusal(std::string_view detail) {
   std::string text = "Invalid username or password";
   if (!detail.empty()) text.append(" (").append(detail).append(")");

@@ -52,12 +52,10 @@ bool startup(bool throwOnError = false);
 // the first address that resolve() finds.
 [[nodiscard]] address resolveAddress(const std::string& host, std::uint16_t port);
 
-// For the clients that read their servers' answer lines: the line without the blanks
-// " \t\r\n" at either end; the text of a refused login, with the server's words in
-// parentheses when there are any; the digest of a challenge login (MD5 of the greeting's stamp,
-// from its first "<" to the next ">", followed by the password, in lower-case hexadecimal;
-// empty when the greeting has no stamp).
-[[nodiscard]] std::string trimBlanks(std::string_view line);
+// For the clients that read their servers' answer lines: the text of a refused login, with the
+// server's words in parentheses when there are any; the digest of a challenge login (MD5 of the
+// greeting's stamp, from its first "<" to the next ">", followed by the password, in lower-case
+// hexadecimal; empty when the greeting has no stamp).
 [[nodiscard]] std::string loginRefusal(std::string_view detail);
 [[nodiscard]] std::string stampDigest(std::string_view greeting, std::string_view password);
 

@@ -1,10 +1,11 @@
 // The dataset value: construction, sharing, access by index, key and path, equality.
 #include "cgp/dataset.h"
 
-#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <utility>
 
+#include "kvs/ascii.h"
 #include "kvs/exception.h"
 
 namespace cgp {
@@ -171,13 +172,12 @@ DataSet DataSet::path(std::string_view path) const {
       DataSet next = it->second;
       current = next;
     } else if (current.kind() == Array) {
-      std::size_t index = 0;
-      const auto [end, ec] = std::from_chars(step.data(), step.data() + step.size(), index);
-      if (ec != std::errc() || end != step.data() + step.size() || step.empty() ||
-          index >= current->elements.size()) {
+      const kvs::LeadingNumber index = kvs::leadingNumber(step, SIZE_MAX);
+      if (index.digits == 0 || index.digits != step.size() || index.over ||
+          index.value >= current->elements.size()) {
         return DataSet();
       }
-      DataSet next = current->elements[index];
+      DataSet next = current->elements[index.value];
       current = next;
     } else {
       invalidType();
@@ -220,8 +220,8 @@ std::string DataSet::numberText(double value) {
   std::string text(buffer, n > 0 ? static_cast<std::size_t>(n) : 0);
   // Only a text with a point loses zeros: inf and nan have none.
   if (text.find('.') == std::string::npos) return text;
-  while (!text.empty() && text.back() == '0') text.pop_back();
-  if (!text.empty() && text.back() == '.') text.pop_back();
+  while (text.ends_with('0')) text.pop_back();
+  if (text.ends_with('.')) text.pop_back();
   return text;
 }
 

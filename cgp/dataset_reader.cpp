@@ -13,6 +13,7 @@
 
 #include "cgp/dataset_text.h"
 #include "kvs/ascii.h"
+#include "kvs/escape.h"
 #include "kvs/log.h"
 #include "kvs/mutex.h"
 
@@ -52,42 +53,6 @@ struct Token {
   int column = 1;
 };
 
-// The string escapes: \" \0 \\ \e \t; any other pair is kept as it stands, and so is a
-// backslash at the very end.
-std::string unescape(std::string_view body) {
-  std::string out;
-  out.reserve(body.size());
-  for (std::size_t i = 0; i < body.size(); ++i) {
-    const char c = body[i];
-    if (c != '\\' || i + 1 == body.size()) {
-      out.push_back(c);
-      continue;
-    }
-    const char n = body[++i];
-    switch (n) {
-      case '"':
-        out.push_back('"');
-        break;
-      case '0':
-        out.push_back('\0');
-        break;
-      case '\\':
-        out.push_back('\\');
-        break;
-      case 'e':
-        out.push_back('\n');
-        break;
-      case 't':
-        out.push_back('\t');
-        break;
-      default:
-        out.push_back('\\');
-        out.push_back(n);
-    }
-  }
-  return out;
-}
-
 class Scanner {
  public:
   explicit Scanner(std::string_view text) : text_(text) {}
@@ -117,7 +82,7 @@ class Scanner {
         length = text_.size() - start;
       } else {
         token.type = Tok::String;
-        token.value = unescape(text_.substr(start + 1, length - 2));
+        token.value = kvs::unescapeString(text_.substr(start + 1, length - 2));
       }
     } else if (c == '[') {
       const std::size_t close = text_.find(']', start);
@@ -141,24 +106,11 @@ class Scanner {
 
  private:
   static Tok punctuation(unsigned char c) {
-    switch (c) {
-      case '(':
-        return Tok::LParen;
-      case ')':
-        return Tok::RParen;
-      case ',':
-        return Tok::Comma;
-      case '{':
-        return Tok::LBrace;
-      case '}':
-        return Tok::RBrace;
-      case '=':
-        return Tok::Equals;
-      case ';':
-        return Tok::Semicolon;
-      default:
-        return Tok::Bad;
-    }
+    constexpr std::string_view kBytes = "(),{}=;";
+    constexpr Tok kTokens[] = {Tok::LParen, Tok::RParen, Tok::Comma,    Tok::LBrace,
+                               Tok::RBrace, Tok::Equals, Tok::Semicolon};
+    const std::size_t at = kBytes.find(static_cast<char>(c));
+    return at == std::string_view::npos ? Tok::Bad : kTokens[at];
   }
 
   // The length of the longest quoted string at `start`, quotes included; 0 when none ends.

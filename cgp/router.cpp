@@ -24,12 +24,6 @@ constexpr const char* kSharedTable = "SharedDomains/Settings/Router.data";
 // trim, and any other byte belongs to the entry.
 constexpr std::string_view kBlanks = " \t";
 
-std::string_view trimmed(std::string_view side) {
-  const std::size_t first = side.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return side.substr(first, side.find_last_not_of(kBlanks) - first + 1);
-}
-
 bool unbracket(std::string_view& side) {
   if (side.size() >= 2 && side.front() == '<' && side.back() == '>') {
     side = side.substr(1, side.size() - 2);
@@ -134,12 +128,12 @@ void parseRouterTable(std::string_view text, std::vector<RouterEntry>& addressEn
     const std::size_t end = text.find('\n');
     std::string_view line = text.substr(0, end);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.ends_with('\r')) line.remove_suffix(1);
     line = line.substr(0, line.find(';'));
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos) continue;
-    std::string_view left = trimmed(line.substr(0, equals));
-    std::string_view right = trimmed(line.substr(equals + 1));
+    std::string_view left = kvs::trim(line.substr(0, equals), kBlanks);
+    std::string_view right = kvs::trim(line.substr(equals + 1), kBlanks);
     const bool isAddress = unbracket(left);
     unbracket(right);
     RouterEntry entry;
@@ -186,10 +180,10 @@ EMail route(const EMail& address, ServerData& data) {
   kvs::ScopedLock lock(data.routerLock);
   data.router.passes = 0;
   try {
-    if (!result.domain.empty() && result.domain.front() == '[') {
+    if (result.domain.starts_with('[')) {
       // "[192.0.2.1]" is looked up as "192.0.2.1".
       std::string ip = result.domain.substr(1);
-      if (!ip.empty() && ip.back() == ']') ip.pop_back();
+      if (ip.ends_with(']')) ip.pop_back();
       domainOfIP(ip, data);
       result.domain = ip;
     }

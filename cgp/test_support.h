@@ -6,17 +6,16 @@
 #include <vector>
 
 #include "kvs/log.h"
+#include "kvs/noncopyable.h"
 
 namespace cgp::testing {
 
 // Collects what the log facility writes while it lives, starting with a fresh repetition
 // filter so that earlier tests cannot swallow a line.
-class CapturedOutput {
+class CapturedOutput : private kvs::noncopyable {
  public:
   CapturedOutput();
   ~CapturedOutput();
-  CapturedOutput(const CapturedOutput&) = delete;
-  CapturedOutput& operator=(const CapturedOutput&) = delete;
 
   [[nodiscard]] std::string text() const;
   [[nodiscard]] std::vector<std::string> lines() const;
@@ -30,12 +29,10 @@ class CapturedOutput {
 [[nodiscard]] std::string testBase();
 
 // A scratch directory removed at the end of its scope.
-class ScratchDirectory {
+class ScratchDirectory : private kvs::noncopyable {
  public:
   ScratchDirectory();
   ~ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
   // Writes a file below the directory, making its folders.

@@ -2,8 +2,6 @@
 // optional worker threads.
 #include "host/helper.h"
 
-#include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <ctime>
@@ -68,15 +66,12 @@ RequestLine splitRequestLine(const std::string& line) {
 int requestNumber(const std::string& text) {
   // What `stream >> int` reads: leading whitespace, a sign, digits; no digits give 0, and a
   // value beyond the range is clamped to the largest or smallest int.
-  std::size_t i = 0;
-  while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
-  bool negative = false;
-  if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
-  const std::int64_t limit = negative ? -std::int64_t(INT_MIN) : INT_MAX;
-  std::int64_t value = 0;
-  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-    value = std::min<std::int64_t>(value * 10 + (text[i] - '0'), limit);
-  }
+  std::string_view rest = kvs::trimLeft(text);
+  const bool negative = rest.starts_with('-');
+  if (negative || rest.starts_with('+')) rest.remove_prefix(1);
+  const std::int64_t limit = negative ? -std::int64_t{INT_MIN} : INT_MAX;
+  const kvs::LeadingNumber n = kvs::leadingNumber(rest, static_cast<std::uint64_t>(limit));
+  const std::int64_t value = n.over ? limit : static_cast<std::int64_t>(n.value);
   return static_cast<int>(negative ? -value : value);
 }
 
@@ -140,7 +135,7 @@ void Helper::commandLoop(std::istream& in) {
     if (in.eof() || in.fail()) return;
     if (!std::getline(in, line) && line.empty()) return;
     // Standard input is text: a CR right before the line feed is part of the line end.
-    if (!in.eof() && !line.empty() && line.back() == '\r') line.pop_back();
+    if (!in.eof() && line.ends_with('\r')) line.pop_back();
     handleRequest(line);
   }
 }

@@ -1,6 +1,8 @@
-// The character-class and lower-case tables, case-insensitive comparison, trimming.
+// The character-class and lower-case tables, case-insensitive comparison, trimming, leading
+// numbers.
 #include "kvs/ascii.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kvs {
@@ -103,6 +105,29 @@ std::string_view trimLeft(std::string_view text) {
 
 std::string_view trim(std::string_view text) {
   return trimLeft(trimRight(text));
+}
+
+std::string_view trimRight(std::string_view text, std::string_view bytes) {
+  return text.substr(0, text.find_last_not_of(bytes) + 1);  // npos + 1 is 0
+}
+
+std::string_view trimLeft(std::string_view text, std::string_view bytes) {
+  return text.substr(std::min(text.find_first_not_of(bytes), text.size()));
+}
+
+std::string_view trim(std::string_view text, std::string_view bytes) {
+  return trimLeft(trimRight(text, bytes), bytes);
+}
+
+LeadingNumber leadingNumber(std::string_view text, std::uint64_t limit) {
+  LeadingNumber n;
+  for (; n.digits < text.size() && isDigit(static_cast<unsigned char>(text[n.digits]));
+       ++n.digits) {
+    const auto digit = static_cast<std::uint64_t>(text[n.digits] - '0');
+    n.over = n.over || digit > limit || n.value > (limit - digit) / 10;
+    n.value = n.over ? 0 : n.value * 10 + digit;
+  }
+  return n;
 }
 
 }  // namespace kvs

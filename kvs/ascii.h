@@ -1,5 +1,5 @@
 // The library's ASCII tables on raw bytes: character classes, the one-byte lower-case table,
-// case-insensitive comparison and whitespace trimming. No locale is involved.
+// case-insensitive comparison, trimming and leading decimal numbers. No locale is involved.
 #pragma once
 
 #include <array>
@@ -74,7 +74,8 @@ bool sameIgnoringCase(const char* a, const char* b, std::size_t n);
   return detail::sameIgnoringCase(text.data(), prefix.data(), prefix.size());
 }
 
-// Whitespace (the six bytes of the class table) trimming.
+// Trimming of whitespace (the six bytes of the class table), or of exactly the bytes in `bytes`
+// where a format names its own blanks.
 [[nodiscard]] inline std::string_view trimRight(std::string_view text) {
   std::size_t n = text.size();
   while (n > 0 && isSpace(static_cast<unsigned char>(text[n - 1]))) --n;
@@ -82,5 +83,21 @@ bool sameIgnoringCase(const char* a, const char* b, std::size_t n);
 }
 [[nodiscard]] std::string_view trimLeft(std::string_view text);
 [[nodiscard]] std::string_view trim(std::string_view text);
+[[nodiscard]] std::string_view trimRight(std::string_view text, std::string_view bytes);
+[[nodiscard]] std::string_view trimLeft(std::string_view text, std::string_view bytes);
+[[nodiscard]] std::string_view trim(std::string_view text, std::string_view bytes);
+
+// Blank, tab and the line-end bytes: what the socket clients trim from an answer line.
+inline constexpr std::string_view kLineBlanks = " \t\r\n";
+
+// The decimal number that `text` starts with: its leading digits 0-9, no blanks, no sign.
+// `digits` counts them all (0: no number, value 0). A number above `limit` reads as 0 with
+// `over` set, for the callers that clamp or refuse it instead.
+struct LeadingNumber {
+  std::uint64_t value = 0;
+  std::size_t digits = 0;
+  bool over = false;
+};
+[[nodiscard]] LeadingNumber leadingNumber(std::string_view text, std::uint64_t limit = UINT64_MAX);
 
 }  // namespace kvs

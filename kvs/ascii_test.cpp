@@ -92,4 +92,43 @@ TEST(Trim, SixWhitespaceBytes) {
   EXPECT_EQ(kvs::trim("   "), "");
 }
 
+TEST(Trim, GivenBytesOnly) {
+  EXPECT_EQ(kvs::trim("\v \tx y\r\n\f", kvs::kLineBlanks), "\v \tx y\r\n\f");
+  EXPECT_EQ(kvs::trim(" \t\r\n x\ty \r\n", kvs::kLineBlanks), "x\ty");
+  EXPECT_EQ(kvs::trimLeft("\t a \r", " \t"), "a \r");
+  EXPECT_EQ(kvs::trimRight("\t a \r", " \r"), "\t a");
+  EXPECT_EQ(kvs::trim(" \t \t", " \t"), "");
+  EXPECT_EQ(kvs::trim("", " "), "");
+}
+
+TEST(LeadingNumber, DigitsLimitsAndOverflow) {
+  struct Row {
+    const char* text;
+    std::uint64_t limit;
+    std::uint64_t value;
+    std::size_t digits;
+    bool over;
+  };
+  const Row rows[] = {
+      {"", UINT64_MAX, 0, 0, false},
+      {"x12", UINT64_MAX, 0, 0, false},      // no number
+      {" 12", UINT64_MAX, 0, 0, false},      // no blanks
+      {"+12", UINT64_MAX, 0, 0, false},      // no sign
+      {"0042ab", UINT64_MAX, 42, 4, false},  // the digits up to the first other byte
+      {"2147483647", 2147483647, 2147483647, 10, false},
+      {"2147483648 x", 2147483647, 0, 10, true},  // above the limit: 0, every digit counted
+      {"18446744073709551615", UINT64_MAX, UINT64_MAX, 20, false},
+      {"18446744073709551616", UINT64_MAX, 0, 20, true},
+      {"99999999999999999999999", UINT64_MAX, 0, 23, true},
+      {"7", 5, 0, 1, true},
+      {"0", 0, 0, 1, false},
+  };
+  for (const Row& r : rows) {
+    const kvs::LeadingNumber n = kvs::leadingNumber(r.text, r.limit);
+    EXPECT_EQ(n.value, r.value) << r.text;
+    EXPECT_EQ(n.digits, r.digits) << r.text;
+    EXPECT_EQ(n.over, r.over) << r.text;
+  }
+}
+
 }  // namespace

@@ -2,12 +2,13 @@
 #include "kvs/date.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <map>
 #include <vector>
 
+#include "kvs/ascii.h"
 #include "kvs/platform/platform.h"
 
 namespace kvs {
@@ -50,11 +51,9 @@ std::string padded(int value, int width) {
 // A number is a token that starts with a decimal digit and whose leading digits fit an int;
 // anything else reads as 0.
 int number(std::string_view s, bool* isNumber = nullptr) {
-  int value = 0;
-  const bool ok = !s.empty() && s[0] >= '0' && s[0] <= '9' &&
-                  std::from_chars(s.data(), s.data() + s.size(), value).ec == std::errc();
-  if (isNumber) *isNumber = ok;
-  return ok ? value : 0;
+  const LeadingNumber n = leadingNumber(s, INT_MAX);
+  if (isNumber) *isNumber = n.digits > 0 && !n.over;
+  return static_cast<int>(n.value);
 }
 
 }  // namespace

@@ -14,6 +14,9 @@ namespace kvs {
 [[nodiscard]] std::string escapeString(std::string_view text);
 // The same, appended to `out`.
 void appendEscaped(std::string& out, std::string_view text);
+// The way back: \" \0 \\ \e \t; any other pair is kept as it stands, and so is a backslash at
+// the very end.
+[[nodiscard]] std::string unescapeString(std::string_view text);
 
 [[nodiscard]] inline const char* boolText(bool value) {
   return value ? "true" : "false";

@@ -40,7 +40,7 @@ void writeStdout(std::string_view text) {
 OutputWriter currentWriter = writeStdout;
 
 void stripTrailingLineFeeds(std::string& text) {
-  while (!text.empty() && text.back() == '\n') text.pop_back();
+  while (text.ends_with('\n')) text.pop_back();
 }
 
 }  // namespace
@@ -95,7 +95,7 @@ void appendComment(std::string& out, int number, std::string_view source, std::s
     out += source;
     out += ": ";
   }
-  while (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  while (text.ends_with('\n')) text.remove_suffix(1);
   std::size_t lf = text.find('\n');
   if (lf == std::string_view::npos) {
     out += text;

@@ -18,16 +18,19 @@ class ptr_interface {
   virtual ~ptr_interface() = default;
   virtual T* get() { return object; }
   virtual const T* get() const { return object; }
-  virtual bool isUnique() const { return next == nullptr || next == this; }
+  virtual bool isUnique() const { return uniqueUnlocked(); }
   virtual bool isNull() const { return object == nullptr; }
 
   T* operator->() const { return object; }
   T& operator*() const { return *object; }
   explicit operator bool() const { return object != nullptr; }
 
+  // What both pointer classes are made from: nothing, or a new object and how to delete it.
+  ptr_interface(std::nullptr_t) {}
+  explicit ptr_interface(T* o, Deleter d = nullptr) : object(o), deleter(o ? d : nullptr) {}
+
  protected:
   ptr_interface() = default;
-  ptr_interface(T* o, Deleter d) : object(o), deleter(o ? d : nullptr) {}
 
   bool uniqueUnlocked() const { return next == nullptr || next == this; }
 
@@ -65,6 +68,13 @@ class ptr_interface {
     o.next = this;
   }
 
+  // Leaves this ring for that of `other`, unless both already hold the same object.
+  void assignUnlocked(const ptr_interface& other) {
+    if (this == &other || object == other.object) return;
+    releaseUnlocked();
+    joinUnlocked(other);
+  }
+
   // Takes the place of `other` in its ring; `other` ends up empty. `this` must be empty.
   void replaceUnlocked(ptr_interface& other) {
     object = other.object;
@@ -91,18 +101,14 @@ class ptr : public ptr_interface<T> {
   using Base = ptr_interface<T>;
 
  public:
+  using Base::Base;
   ptr() = default;
-  ptr(std::nullptr_t) {}
-  explicit ptr(T* object, typename Base::Deleter deleter = nullptr) : Base(object, deleter) {}
   ptr(const ptr& other) : Base() { this->joinUnlocked(other); }
   ptr(ptr&& other) noexcept : Base() { this->replaceUnlocked(other); }
   ~ptr() override { release(); }
 
   ptr& operator=(const ptr& other) {
-    if (this != &other && this->object != other.object) {
-      this->releaseUnlocked();
-      this->joinUnlocked(other);
-    }
+    this->assignUnlocked(other);
     return *this;
   }
   ptr& operator=(ptr&& other) noexcept {
@@ -125,10 +131,8 @@ class thread_safe_ptr : public ptr_interface<T> {
   using Base = ptr_interface<T>;
 
  public:
+  using Base::Base;
   thread_safe_ptr() = default;
-  thread_safe_ptr(std::nullptr_t) {}
-  explicit thread_safe_ptr(T* object, typename Base::Deleter deleter = nullptr)
-      : Base(object, deleter) {}
   thread_safe_ptr(const thread_safe_ptr& other) : Base() {
     ScopedLock lock(typeLock());
     this->joinUnlocked(other);
@@ -137,10 +141,7 @@ class thread_safe_ptr : public ptr_interface<T> {
 
   thread_safe_ptr& operator=(const thread_safe_ptr& other) {
     ScopedLock lock(typeLock());
-    if (this != &other && this->object != other.object) {
-      this->releaseUnlocked();
-      this->joinUnlocked(other);
-    }
+    this->assignUnlocked(other);
     return *this;
   }
   thread_safe_ptr& operator=(std::nullptr_t) {

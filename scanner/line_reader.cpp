@@ -101,7 +101,7 @@ bool LineReader::nextAcrossBlocks(std::string_view& line, std::size_t keep) {
       hadNewline_ = true;
       if (!spilled) {
         line = std::string_view(base + begin_, len);
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (line.ends_with('\r')) line.remove_suffix(1);
         if (line.size() > keep) line = line.substr(0, keep);
         begin_ += len + 1;
         return true;

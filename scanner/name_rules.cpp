@@ -34,12 +34,8 @@ class ForwardFind {
 
 bool MessageScanner::headerValue(std::string_view name, std::string_view line, std::string& value) {
   if (line.size() <= name.size() || !kvs::startsWithIgnoreCase(line, name)) return false;
-  std::size_t i = name.size();
-  while (i < line.size() && kvs::isSpace(static_cast<unsigned char>(line[i]))) ++i;
-  std::size_t e = line.size();
-  // Trailing blanks stay: only CR, LF and ";" are dropped here.
-  while (e > i && (line[e - 1] == '\r' || line[e - 1] == '\n' || line[e - 1] == ';')) --e;
-  value.assign(line.substr(i, e - i));
+  // Trailing blanks stay: only CR, LF and ";" are dropped there.
+  value.assign(kvs::trimRight(kvs::trimLeft(line.substr(name.size())), "\r\n;"));
   return true;
 }
 

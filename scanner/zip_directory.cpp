@@ -65,21 +65,14 @@ class Bytes {
   const ImageWindow& w_;
 };
 
-// An extension is trimmed of these four bytes only, not of every whitespace byte.
-std::string_view trimExtension(std::string_view s) {
-  constexpr std::string_view kTrimmed = " \t\r\n";
-  const std::size_t first = s.find_first_not_of(kTrimmed);
-  if (first == std::string_view::npos) return {};
-  return s.substr(first, s.find_last_not_of(kTrimmed) - first + 1);
-}
-
 }  // namespace
 
 std::string storedNameExtension(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos) return "...";
-  // Unlike an attachment name, a stored name ending in "." gives the empty extension.
-  return std::string(trimExtension(kvs::toLower(name.substr(dot + 1))));
+  // Unlike an attachment name, a stored name ending in "." gives the empty extension. An
+  // extension is trimmed of " \t\r\n" only, not of every whitespace byte.
+  return std::string(kvs::trim(kvs::toLower(name.substr(dot + 1)), kvs::kLineBlanks));
 }
 
 ZipDirectory readZipDirectory(std::string_view image) {

@@ -18,7 +18,7 @@ struct Command {
 // The message scanner: tools/scan_command.cpp.
 int runScan(const Args& args);
 
-// Server data (cgp): each in its own tools/<name>_command.cpp.
+// Server data (cgp): tools/server_commands.cpp.
 int runDataset(const Args& args);
 int runDomains(const Args& args);
 int runAccount(const Args& args);
