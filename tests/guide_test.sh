@@ -24,35 +24,29 @@ cd "$source/examples" || exit 1
 
 failures=0
 commands=0
-check() {  # command, expected output
+check() {  # command, expected output (each line ended by a line feed)
   [ -z "$1" ] && return
   commands=$((commands + 1))
   local got
   got=$(bash -c "$1" 2>&1)
-  if [ "$got" != "$2" ]; then
+  if [ "$got" != "${2%$'\n'}" ]; then
     failures=$((failures + 1))
-    printf 'guide command differs: $ %s\n--- guide\n%s\n--- got\n%s\n' "$1" "$2" "$got"
+    printf 'guide command differs: $ %s\n--- guide\n%s--- got\n%s\n' "$1" "$2" "$got"
   fi
 }
 
-inside=0 command="" expected="" have=0
+inside=0 command="" expected=""
 while IFS= read -r line || [ -n "$line" ]; do
   if [ $inside = 0 ]; then
-    [ "$line" = '```console' ] && inside=1 command="" expected="" have=0
-    continue
-  fi
-  if [ "$line" = '```' ]; then
+    [ "$line" = '```console' ] && inside=1 command="" expected=""
+  elif [ "$line" = '```' ]; then
     check "$command" "$expected"
     inside=0
-    continue
-  fi
-  if [ "${line:0:2}" = '$ ' ]; then
+  elif [ "${line:0:2}" = '$ ' ]; then
     check "$command" "$expected"
-    command=${line:2} expected="" have=0
-  elif [ $have = 0 ]; then
-    expected=$line have=1
+    command=${line:2} expected=""
   else
-    expected+=$'\n'"$line"
+    expected+="$line"$'\n'
   fi
 done < "$guide"
 

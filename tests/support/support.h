@@ -1,0 +1,51 @@
+// What tests that run programs need: a child's output captured, temporary directories, socket
+// files, a closed port. POSIX.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace test_support {
+
+// A directory of its own under the system's temporary directory, removed with the object.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  // Writes `bytes` to the file `name` of this directory and returns its path.
+  std::string write(const std::string& name, const std::string& bytes) const;
+
+ private:
+  std::string path_;
+};
+
+// The whole content of a file; "" when it cannot be read.
+std::string readFile(const std::string& path);
+
+// Leaves a UNIX socket file at `path`: it exists and is no directory, yet nobody, root included,
+// can open it to read. False when it cannot be made.
+bool makeSocketFile(const std::string& path);
+
+// A loopback port that nothing listens on: the system picked it for a socket that never
+// listened and is closed.
+std::uint16_t closedPort();
+
+// What a child process wrote and how it ended.
+struct Result {
+  std::string out;
+  std::string err;
+  int exitCode = -1;  // the exit status when the child exited normally
+  int signal = 0;     // the signal that ended it, 0 if none
+  bool timedOut = false;
+};
+
+// Runs argv[0] (searched on PATH) with the arguments and `input` on its standard input, in
+// `workdir` unless that is empty. A child still running after `timeoutSeconds` is killed.
+Result run(const std::vector<std::string>& argv, const std::string& input = "",
+           int timeoutSeconds = 60, const std::string& workdir = "");
+
+}  // namespace test_support
