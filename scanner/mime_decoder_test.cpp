@@ -133,6 +133,7 @@ TEST(Base64, Cases) {
       {"QUI=", {"AB"}, "one pad character"},
       {"QU*JD", {"ABC", {kIllegal}, 1}, "a stranger is dropped"},
       {"QU\xC3JD", {"ABC", {kIllegal}, 1}, "a byte above 127 is a stranger too"},
+      {"Q@U[J`D:,", {"ABC", {kIllegal}, 5}, "the bytes beside the alphabet's ranges are strangers"},
       {"QUJ", {"", {kBase64End}, 1}, "an unfinished group gives nothing"},
       {" Q U\tJ\r\nD \x01", {"ABC"}, "blanks, line ends and control bytes are skipped"},
       {"QU\nJD\r\nQU\n\nJD\n", {"ABCABC"}, "groups across lines"},

@@ -58,6 +58,8 @@ TEST(ZipDirectory, Directories) {
       {"no local header signature first: not an archive", [](Image& z) { z.bytes[3] = 5; }, "",
        false, false},
       {"too short to be one", [](Image& z) { z.bytes = "PK\x03"; }, "", false, false},
+      {"its signature alone has no end record", [](Image& z) { z.bytes = "PK\x03\x04"; }, "", true,
+       false},
       {"zero entries walk nothing", [](Image& z) { patch16(z.bytes, z.endRecord + 8, 0); }, "",
        false, false},
       {"more entries counted than there are",
