@@ -12,6 +12,7 @@
 
 #include "access/cli_session.h"
 #include "access/scripted_server.h"
+#include "cgp/dataset_text.h"
 #include "kvs/md5.h"
 
 namespace {
@@ -52,64 +53,54 @@ TEST(CliAnswer, Parsing) {
   }
 }
 
-std::vector<Step> accepted(const std::string& greeting) {
-  return {send(greeting), receive(), send("200 login OK\r\n"), receive(), send("200 OK\r\n")};
+// The greeting, then each answer after a line from the client; a login takes two.
+std::vector<Step> script(const std::string& greeting, const Lines& answers = {"200 OK", "200 OK"}) {
+  std::vector<Step> steps = {send(greeting + "\r\n")};
+  for (const std::string& a : answers) steps.insert(steps.end(), {receive(), send(a + "\r\n")});
+  return steps;
 }
 
 // The lines the server sees for each login method, and the error of each refusal.
 TEST(CliLogin, Methods) {
-  const std::string digest = kvs::md5Hex("<1.2@h>p w");
+  const std::string digest = "APOP u " + kvs::md5Hex("<1.2@h>p w"), web = "AUTH WEBUSER u p w";
+  const std::string refused = "Invalid username or password";
+  const std::uint32_t kPlain = CLISession::kPlain, kApop = CLISession::kDigest,
+                      kWeb = CLISession::kWebUser;
   const struct {
     std::uint32_t method;
     std::vector<Step> script;
-    const char* error;
+    std::string error;
     Lines lines;
   } cases[] = {
-      {CLISession::kDigest, accepted("200 ready <1.2@h>\r\n"), "", {"APOP u " + digest, "inline"}},
-      {CLISession::kWebUser, accepted("200 ready\r\n"), "", {"AUTH WEBUSER u p w", "inline"}},
-      {CLISession::kPlain,
-       {send("200 ready\r\n"), receive(), send("300 send PASS\r\n"), receive(), send("200 OK\r\n"),
-        receive(), send("200 OK\r\n")},
+      {kApop, script("200 <1.2@h>"), "", {digest, "inline"}},
+      {kWeb, script("200 ready"), "", {web, "inline"}},
+      {kPlain,
+       script("200 ready", {"300 PASS", "200 OK", "200 OK"}),
        "",
        {"user u", "pass p w", "inline"}},
-      {CLISession::kDigest,
-       {send("200 ready <1.2@h>\r\n"), receive(), send("515 wrong password\r\n")},
-       "Invalid username or password (wrong password)",
-       {"APOP u " + digest}},
-      {CLISession::kWebUser,
-       {send("200 ready\r\n"), receive(), send("500\r\n")},
-       "Invalid username or password (500)",
-       {"AUTH WEBUSER u p w"}},
-      {CLISession::kWebUser,
-       {send("200 ready\r\n"), receive(), send("500 \r\n")},
-       "Invalid username or password",
-       {"AUTH WEBUSER u p w"}},
-      {CLISession::kPlain,
-       {send("200 ready\r\n"), receive(), send("510 no such user\r\n")},
-       "Invalid username or password (no such user)",
-       {"user u"}},
-      {CLISession::kPlain,
-       {send("200 ready\r\n"), receive(), send("300 send PASS\r\n"), receive(),
-        send("515 bad\r\n")},
-       "Invalid username or password (bad)",
+      {kApop, script("200 <1.2@h>", {"515 wrong"}), refused + " (wrong)", {digest}},
+      {kWeb, script("200 ready", {"500"}), refused + " (500)", {web}},
+      {kWeb, script("200 ready", {"500 "}), refused, {web}},
+      {kPlain, script("200 ready", {"510 no such user"}), refused + " (no such user)", {"user u"}},
+      {kPlain,
+       script("200 ready", {"300 PASS", "515 bad"}),
+       refused + " (bad)",
        {"user u", "pass p w"}},
       // Nothing is sent without a stamp to digest, or for an unknown method.
-      {CLISession::kDigest,
-       {send("200 ready, no stamp \r\n"), receive()},
-       "200 ready, no stamp",
-       {}},
-      {3, {send("200 ready\r\n"), receive()}, "invalid or missing argument", {}},
+      {kApop, script("200 no stamp ", {}), "200 no stamp", {}},
+      {3, script("200 ready", {}), "invalid or missing argument", {}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.lines.empty() ? c.error : c.lines[0]);
-    ScriptedServer server(c.script);
+    std::vector<Step> steps = c.script;
+    steps.push_back(receive());  // sees the client leave, or a line too many
+    ScriptedServer server(steps);
     try {
       CLISession s("127.0.0.1", server.port(), "u", "p w", c.method);
-      EXPECT_STREQ(c.error, "");
+      EXPECT_EQ("", c.error);
     } catch (const kvs::ProtocolException& e) {
-      EXPECT_STREQ(e.what(), c.error);
+      EXPECT_EQ(e.what(), c.error);
     }
-    EXPECT_EQ(server.finish(), c.lines);
+    EXPECT_EQ(server.finish(), c.lines) << c.error;
   }
 }
 
@@ -119,7 +110,7 @@ TEST(CliLogin, SettingsAndTheLoginTest) {
   EXPECT_EQ(saved.host + ":" + std::to_string(saved.port), "127.0.0.1:106");
   EXPECT_EQ(saved.loginMethod, CLISession::kDigest);
   {
-    ScriptedServer server(accepted("200 ready\r\n"));
+    ScriptedServer server(script("200 ready"));
     CLISession::settings() = {CLISession::kWebUser, server.port(), "127.0.0.1", "admin", "pw"};
     CLISession s;
     EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline"}));
@@ -127,13 +118,13 @@ TEST(CliLogin, SettingsAndTheLoginTest) {
   std::string error;
   bool reached = false;
   {
-    ScriptedServer server(accepted("200 ready\r\n"));
+    ScriptedServer server(script("200 ready"));
     CLISession::settings().port = server.port();
     EXPECT_TRUE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
     EXPECT_TRUE(reached);
   }
   {
-    ScriptedServer server({send("200 ready\r\n"), receive(), send("515 nope\r\n")});
+    ScriptedServer server(script("200 ready", {"515 nope"}));
     CLISession::settings().port = server.port();
     EXPECT_FALSE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
     EXPECT_TRUE(reached);
@@ -217,15 +208,10 @@ TEST(CliSession, MessagesForErrors) {
 // ---- The command set ----
 
 DataSet dict() {
-  DataSet d = DataSet::dictionary();
-  d.set("k", DataSet("v"));
-  return d;
+  return cgp::parseDataSet("{k = v;}");
 }
 DataSet arr() {
-  DataSet a = DataSet::array();
-  a.append(DataSet("a"));
-  a.append(DataSet("b"));
-  return a;
+  return cgp::parseDataSet("(a, b)");
 }
 
 // Every command, each once, with whether it is answered with data: the list beside this file.
@@ -339,12 +325,10 @@ std::string commandOf(const std::string& line) {
 
 TEST(CliCommands, RowsBuildTheirLines) {
   const auto listed = listedCommands();
-  std::vector<Step> script = accepted("200 ready\r\n");
-  for (const Row& row : kRows) {
-    script.push_back(receive());
-    script.push_back(send(listed.at(commandOf(row.line)) ? "201 x\r\n" : "200 OK\r\n"));
-  }
-  ScriptedServer server(script);
+  Lines answers = {"200 OK", "200 OK"};
+  for (const Row& row : kRows)
+    answers.push_back(listed.at(commandOf(row.line)) ? "201 x" : "200 OK");
+  ScriptedServer server(script("200 ready", answers));
   CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
   for (const Row& row : kRows) {
     const DataSet result = row.call(session);
@@ -386,8 +370,7 @@ TEST(CliCommands, BadArgumentsAreRefusedBeforeSending) {
       [](CLISession& s) { s.RenameServerSkin("o", ""); },
       [](CLISession& s) { s.StoreServerSkinFile("B", "f", ""); },
   };
-  ScriptedServer server({send("200 ready\r\n"), receive(), send("200 OK\r\n"), receive(),
-                         send("200 OK\r\n"), receive(), send("200 OK\r\n")});
+  ScriptedServer server(script("200 ready", {"200 OK", "200 OK", "200 OK"}));
   CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
   for (std::size_t i = 0; i < std::size(calls); ++i) {
     try {
