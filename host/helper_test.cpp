@@ -14,6 +14,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include "kvs/log.h"
 
@@ -108,35 +109,26 @@ TEST(RequestNumber, AgreesWithStreamExtraction) {
 }
 
 TEST(FormatAnswer, OneRowPerCode) {
-  using cgp::Verdict;
-  struct Row {
-    int seqID;
-    Verdict verdict;
-    const char* answer;
-  };
-  const Row rows[] = {
-      {1, {Verdict::OK, {"X-Ignored: 1"}}, "* [1] Accepting message\n1 OK\n"},
-      {2,
-       {Verdict::REJECTED, {"bad \"quoted\"\ttab\\"}},
-       "* [2] Postponing message\n2 REJECTED \"bad \\\"quoted\\\"\\ttab\\\\\"\n"},
-      {2, {Verdict::REJECTED, {}}, "* [2] Postponing message\n2 REJECTED \"\"\n"},
+  using V = cgp::Verdict;
+  const std::tuple<int, V, const char*> rows[] = {
+      {1, {V::OK, {"X-Ignored: 1"}}, "* [1] Accepting message\n1 OK\n"},
+      {2, {V::REJECTED, {"q\"\t\\"}}, "* [2] Postponing message\n2 REJECTED \"q\\\"\\t\\\\\"\n"},
+      {2, {V::REJECTED, {}}, "* [2] Postponing message\n2 REJECTED \"\"\n"},
       {3,
-       {Verdict::ERROR, {"line1", "a\rb", std::string("\0", 1)}},
-       "* [3] Rejecting message\n3 ERROR \"line1\\eab\\e\\0\"\n"},
-      {0, {Verdict::DISCARD, {"X-Dropped: 1"}}, "* Discarding message\n0 DISCARD\n"},
-      {-3, {Verdict::OK, {}}, "* [-3] Accepting message\n-3 OK\n"},
-      {5,
-       {Verdict::ADDHEADER, {"", ""}},
-       "* [5] Adding Header(s) to message\n5 ADDHEADER \"\\e\"\n"},
+       {V::ERROR, {"a", "b\rc", std::string(1, 0)}},
+       "* [3] Rejecting message\n3 ERROR \"a\\ebc\\e\\0\"\n"},
+      {0, {V::DISCARD, {"X-Dropped: 1"}}, "* Discarding message\n0 DISCARD\n"},
+      {-3, {V::OK, {}}, "* [-3] Accepting message\n-3 OK\n"},
+      {5, {V::ADDHEADER, {"", ""}}, "* [5] Adding Header(s) to message\n5 ADDHEADER \"\\e\"\n"},
       // Nothing to add (a CR is dropped): answered as OK.
-      {6, {Verdict::ADDHEADER, {}}, "* [6] Accepting message\n6 OK\n"},
-      {7, {Verdict::ADDHEADER, {"\r"}}, "* [7] Accepting message\n7 OK\n"},
+      {6, {V::ADDHEADER, {}}, "* [6] Accepting message\n6 OK\n"},
+      {7, {V::ADDHEADER, {"\r"}}, "* [7] Accepting message\n7 OK\n"},
       // Codes outside the table get no answer at all.
       {8, {5, {"X-Silent: 1"}}, ""},
       {9, {-1, {"X-Silent: 1"}}, ""},
   };
-  for (const Row& r : rows) {
-    EXPECT_EQ(cgp::formatAnswer(r.seqID, r.verdict), r.answer) << r.seqID << " " << r.verdict.code;
+  for (const auto& [seqID, verdict, answer] : rows) {
+    EXPECT_EQ(cgp::formatAnswer(seqID, verdict), answer) << seqID << " " << verdict.code;
   }
 }
 
