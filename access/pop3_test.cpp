@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -29,23 +30,40 @@ using kvs::pop3::client;
 using namespace testing_server;
 using Lines = std::vector<std::string>;
 
+// The greeting, then each answer after a line from the client.
+std::vector<Step> script(const std::string& greeting, const Lines& answers) {
+  std::vector<Step> steps = {send(greeting + "\r\n")};
+  for (const std::string& a : answers) steps.insert(steps.end(), {receive(), send(a + "\r\n")});
+  return steps;
+}
+
 void connectTo(client& pop, std::uint16_t port) {
   pop.setTimeouts(5000, 0);
   pop.connect("127.0.0.1", port);
+}
+
+// The text of the library error that `call` throws.
+template <class E = kvs::Exception>
+std::string thrown(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const E& e) {
+    return e.what();
+  }
+  return "no error";
 }
 
 // The login's lines, then RETR 1, DELE 1 and QUIT, with `answer` as the RETR answer and
 // `deleted` as DELE's, in pieces.
 std::string retrieveOne(const std::vector<Step>& answer,
                         const std::vector<Step>& deleted = {send("+OK deleted\r\n")}) {
-  std::vector<Step> script = {send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
-                              send("+OK in\r\n"),    receive()};
-  script.insert(script.end(), answer.begin(), answer.end());
-  script.push_back(receive());
-  script.insert(script.end(), deleted.begin(), deleted.end());
-  script.push_back(receive());
-  script.push_back(send("+OK bye\r\n"));
-  ScriptedServer server(script);
+  std::vector<Step> steps = script("+OK ready", {"+OK", "+OK in"});
+  steps.push_back(receive());
+  steps.insert(steps.end(), answer.begin(), answer.end());
+  steps.push_back(receive());
+  steps.insert(steps.end(), deleted.begin(), deleted.end());
+  steps.insert(steps.end(), {receive(), send("+OK bye\r\n")});
+  ScriptedServer server(steps);
   client pop;
   connectTo(pop, server.port());
   pop.login("a", "b");
@@ -59,9 +77,7 @@ std::string retrieveOne(const std::vector<Step>& answer,
 }
 
 TEST(Pop3Client, PlainSessionFromGreetingToQuit) {
-  ScriptedServer server({send("+OK POP3 ready\r\n"), receive(), send("+OK\r\n"), receive(),
-                         send("+OK logged in\r\n"), receive(), send("+OK 2 320\r\n"), receive(),
-                         send("+OK bye\r\n")});
+  ScriptedServer server(script("+OK POP3 ready", {"+OK", "+OK logged in", "+OK 2 320", "+OK bye"}));
   client pop;
   connectTo(pop, server.port());
   EXPECT_EQ(pop.state(), client::kAuthorization);
@@ -93,85 +109,68 @@ TEST(Pop3Client, RetrieveLinesInPieces) {
   EXPECT_EQ(retrieveOne({send("+OK msg\n.\r\n")}), "");
 }
 
+// APOP digests the greeting's stamp (RFC 1939's own example); a client that goes sends QUIT.
 TEST(Pop3Client, ApopUsesTheGreetingStampAndDestructionSendsQuit) {
-  ScriptedServer server({send("+OK ready <1896.697170952@dbc.mtview.ca.us>\r\n"), receive(),
-                         send("+OK\r\n"), receive(), send("+OK bye\r\n")});
+  ScriptedServer server(script("+OK ready <1896.697170952@dbc.mtview.ca.us>", {"+OK", "+OK bye"}));
   {
     client pop;
     connectTo(pop, server.port());
     pop.login("mrose", "tanstaaf", true);
   }
-  // The digest of RFC 1939's own example.
   EXPECT_EQ(server.finish(), (Lines{"APOP mrose c4c9334bac560ecc979e58001b3e22fb", "QUIT"}));
 }
 
-TEST(Pop3Client, WrongStateSendsNothing) {
-  ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n")});
-  client pop;
+// Commands in the wrong state throw before anything is sent; refusals throw with the
+// server's line; a greeting refusal closes the session with QUIT.
+TEST(Pop3Client, WrongStatesAndRefusals) {
   std::ostringstream out;
-  EXPECT_THROW(pop.login("a", "b"), kvs::ProtocolException);
-  connectTo(pop, server.port());
-  EXPECT_THROW(pop.count(), kvs::ProtocolException);
-  EXPECT_THROW(pop.retrieve(1, out), kvs::ProtocolException);
-  EXPECT_THROW(pop.remove(1), kvs::ProtocolException);
-  pop.close();
-  EXPECT_EQ(server.finish(), (Lines{"QUIT"}));
-}
-
-TEST(Pop3Client, Failures) {
   {
-    ScriptedServer server({send("-ERR too busy\r\n"), receive(), send("+OK\r\n")});
+    ScriptedServer server(script("+OK ready", {"+OK"}));
     client pop;
-    try {
-      connectTo(pop, server.port());
-      ADD_FAILURE() << "connected";
-    } catch (const kvs::InvalidServerPromptException& e) {
-      EXPECT_STREQ(e.what(), "-ERR too busy");
-    }
-    EXPECT_EQ(pop.state(), client::kClosed);
+    EXPECT_THROW(pop.login("a", "b"), kvs::ProtocolException);
+    connectTo(pop, server.port());
+    EXPECT_THROW(pop.count(), kvs::ProtocolException);
+    EXPECT_THROW(pop.retrieve(1, out), kvs::ProtocolException);
+    EXPECT_THROW(pop.remove(1), kvs::ProtocolException);
+    EXPECT_THROW(pop.login("a", "b", true), kvs::InvalidServerPromptException);  // no stamp
+    pop.close();
     EXPECT_EQ(server.finish(), (Lines{"QUIT"}));
   }
   {
-    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n")});
+    ScriptedServer server(script("-ERR too busy", {"+OK"}));
     client pop;
-    connectTo(pop, server.port());
-    EXPECT_THROW(pop.login("a", "b", true), kvs::InvalidServerPromptException);  // no stamp
+    EXPECT_EQ(thrown<kvs::InvalidServerPromptException>([&] { connectTo(pop, server.port()); }),
+              "-ERR too busy");
+    EXPECT_EQ(pop.state(), client::kClosed);
+    EXPECT_EQ(server.finish(), (Lines{"QUIT"}));
   }
-  {
-    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
-                           send("-ERR [AUTH] Authentication failed.\r\n"), receive(),
-                           send("+OK\r\n")});
-    client pop;
-    connectTo(pop, server.port());
-    try {
-      pop.login("a", "b");
-      ADD_FAILURE() << "logged in";
-    } catch (const kvs::InvalidLoginException& e) {
-      EXPECT_STREQ(e.what(), "Invalid username or password (-ERR [AUTH] Authentication failed.)");
-    }
-    EXPECT_EQ(pop.state(), client::kAuthorization);
-  }
-  {
-    ScriptedServer server({send("+OK ready\r\n"), receive(), send("+OK\r\n"), receive(),
-                           send("+OK\r\n"), receive(), send("-ERR no\r\n"), receive(),
-                           send("-ERR no such message\r\n"), receive(), send("-ERR gone\r\n"),
-                           receive(), send("+OK\r\nfirst\r\nsec"), hangUp()});
-    client pop;
-    connectTo(pop, server.port());
-    pop.login("a", "b");
-    std::ostringstream out;
-    EXPECT_THROW(pop.count(), kvs::InvalidServerResponseException);
-    try {
-      pop.retrieve(9, out);
-      ADD_FAILURE() << "retrieved";
-    } catch (const kvs::InvalidServerResponseException& e) {
-      EXPECT_STREQ(e.what(), "-ERR no such message");
-    }
-    EXPECT_THROW(pop.remove(9), kvs::InvalidServerResponseException);
-    EXPECT_EQ(out.str(), "");
-    EXPECT_THROW(pop.retrieve(1, out), kvs::ConnectionResetException);  // server gone
-    EXPECT_EQ(out.str(), "first\n");
-  }
+  ScriptedServer server(script("+OK ready", {"+OK", "-ERR [AUTH] failed.", "+OK", "+OK", "-ERR no",
+                                             "-ERR no such message", "-ERR gone"}));
+  client pop;
+  connectTo(pop, server.port());
+  EXPECT_EQ(thrown<kvs::InvalidLoginException>([&] { pop.login("a", "b"); }),
+            "Invalid username or password (-ERR [AUTH] failed.)");
+  EXPECT_EQ(pop.state(), client::kAuthorization);
+  pop.login("a", "b");
+  using Refused = kvs::InvalidServerResponseException;
+  EXPECT_EQ(thrown<Refused>([&] { pop.count(); }), "-ERR no");
+  EXPECT_EQ(thrown<Refused>([&] { pop.retrieve(9, out); }), "-ERR no such message");
+  EXPECT_EQ(thrown<Refused>([&] { pop.remove(9); }), "-ERR gone");
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(server.finish(),
+            (Lines{"USER a", "PASS b", "USER a", "PASS b", "STAT", "RETR 9", "DELE 9"}));
+}
+
+TEST(Pop3Client, ServerGoneDuringRetrieve) {
+  std::vector<Step> steps = script("+OK ready", {"+OK", "+OK", "+OK\r\nfirst\r\nsec"});
+  steps.push_back(hangUp());
+  ScriptedServer server(steps);
+  client pop;
+  connectTo(pop, server.port());
+  pop.login("a", "b");
+  std::ostringstream out;
+  EXPECT_THROW(pop.retrieve(1, out), kvs::ConnectionResetException);
+  EXPECT_EQ(out.str(), "first\nsec\n");
 }
 
 namespace fs = std::filesystem;
