@@ -115,20 +115,24 @@ TEST(CliLogin, SettingsAndTheLoginTest) {
     CLISession s;
     EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline"}));
   }
-  std::string error;
-  bool reached = false;
-  {
-    ScriptedServer server(script("200 ready"));
+  // The login test never throws; `reached` tells whether the server answered at all.
+  const struct {
+    std::vector<Step> script;
+    bool ok, reached;
+    std::string error;
+  } cases[] = {
+      {script("200 ready"), true, true, ""},
+      {script("200 ready", {"515 nope"}), false, true, "Invalid username or password (nope)"},
+      {{hangUp()}, false, false, "ConnectionResetException"},
+  };
+  for (const auto& c : cases) {
+    ScriptedServer server(c.script);
     CLISession::settings().port = server.port();
-    EXPECT_TRUE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
-    EXPECT_TRUE(reached);
-  }
-  {
-    ScriptedServer server(script("200 ready", {"515 nope"}));
-    CLISession::settings().port = server.port();
-    EXPECT_FALSE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
-    EXPECT_TRUE(reached);
-    EXPECT_EQ(error, "Invalid username or password (nope)");
+    std::string error;
+    bool reached = !c.reached;
+    EXPECT_EQ(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached), c.ok);
+    EXPECT_EQ(reached, c.reached);
+    EXPECT_EQ(error, c.error);
   }
   {
     kvs::sock::socket probe;  // a port that nothing listens on: bound once, then given back
@@ -136,6 +140,8 @@ TEST(CliLogin, SettingsAndTheLoginTest) {
     probe.bindAndListen(0, true, "127.0.0.1");
     CLISession::settings().port = probe.localPort();
   }
+  std::string error;
+  bool reached = true;
   EXPECT_FALSE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
   EXPECT_FALSE(reached);
   EXPECT_EQ(error, "UnableToConnectException");
