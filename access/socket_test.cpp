@@ -166,7 +166,7 @@ TEST(SocketConnect, TimedConnectLeavesModeByOtherTimeouts) {
 
 TEST(SocketSend, EmptyTextCrlfAndClosedSocket) {
   ScriptedServer server({receive(), receive()});
-  socket s;
+  socket s(0, 1000);  // a timed send waits until the socket can be written to, not read from
   connectTo(s, server.port());
   EXPECT_TRUE(s.sendLine("", false, true));  // sends nothing at all
   EXPECT_TRUE(s.sendLine("", true, true));   // a bare CRLF
