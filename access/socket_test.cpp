@@ -171,8 +171,15 @@ TEST(SocketPeek, DoesNotConsume) {
   EXPECT_EQ(line, "abcdef");
 }
 
-// Plays the client side of accept(): connects and sends `first`.
+// Plays the client side of accept(): connects and sends `first`. A second listener on the
+// same port is refused.
 TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
+  socket listener, second;
+  ASSERT_TRUE(listener.create() && second.create());
+  ASSERT_TRUE(listener.bindAndListen(0, true, "127.0.0.1"));
+  EXPECT_FALSE(second.bindAndListen(listener.localPort(), false, "127.0.0.1"));
+  EXPECT_THROW(second.bindAndListen(listener.localPort(), true, "127.0.0.1"),
+               kvs::PortAlreadyUsedException);
   const std::pair<std::string, bool> cases[] = {
       {"get / HTTP/1.0\r\n", true},
       {"EHLO x\r\n", true},
@@ -183,9 +190,6 @@ TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
   for (const auto& [first, plainText] : cases) {
     for (bool secure : {false, true}) {
       SCOPED_TRACE(first + (secure ? " (secure)" : ""));
-      socket listener;
-      ASSERT_TRUE(listener.create());
-      ASSERT_TRUE(listener.bindAndListen(0, true, "127.0.0.1"));
       socket client;
       connectTo(client, listener.localPort());
       ASSERT_TRUE(client.sendLine(first, false, true));
@@ -206,17 +210,6 @@ TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
       }
     }
   }
-}
-
-TEST(SocketListen, PortInUseIsReported) {
-  socket first;
-  ASSERT_TRUE(first.create());
-  ASSERT_TRUE(first.bindAndListen(0, true, "127.0.0.1"));
-  socket second;
-  ASSERT_TRUE(second.create());
-  EXPECT_FALSE(second.bindAndListen(first.localPort(), false, "127.0.0.1"));
-  EXPECT_THROW(second.bindAndListen(first.localPort(), true, "127.0.0.1"),
-               kvs::PortAlreadyUsedException);
 }
 
 TEST(SocketWait, SetMarksOnlySocketsWithData) {
