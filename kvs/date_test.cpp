@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace {
 
 // Sunday, 5 May 2024, 07:08:09
@@ -41,12 +43,7 @@ TEST(DateFormat, FullWeekdaysAndMonths) {
 // The suite runs with TZ=UTC0 (see CMakeLists.txt), so local time is GMT here: a parsed date's
 // fields are the instant it stands for, which rfc822() shows.
 TEST(DateParse, FieldsStandForTheInstant) {
-  struct Row {
-    const char* text;
-    const char* rfc822;
-    std::int32_t zoneOffset;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, const char*, int> rows[] = {
       {"Tue, 5 Mar 2024 10:20 EST", "Tue, 5 Mar 2024 15:20:00 GMT", -18000},
       {"5 Mar 99 10:20:30 GMT", "Fri, 5 Mar 1999 10:20:30 GMT", 0},
       {"Sun, 17 March 2024 23:59:59 +0130", "Sun, 17 Mar 2024 22:29:59 GMT", 5400},
@@ -65,11 +62,11 @@ TEST(DateParse, FieldsStandForTheInstant) {
       {"05x Mar 2024 10:20 GMT", "Tue, 5 Mar 2024 10:20:00 GMT", 0},
       {"5 Mar 2024 -10:20 GMT", "Tue, 5 Mar 2024 00:20:00 GMT", 0},
   };
-  for (const Row& r : rows) {
-    const kvs::Date d = kvs::Date::parse(r.text);
-    ASSERT_TRUE(d.valid) << r.text;
-    EXPECT_EQ(d.rfc822(), r.rfc822) << r.text;
-    EXPECT_EQ(d.zoneOffset, r.zoneOffset) << r.text;
+  for (const auto& [text, rfc822, zoneOffset] : rows) {
+    const kvs::Date d = kvs::Date::parse(text);
+    ASSERT_TRUE(d.valid) << text;
+    EXPECT_EQ(d.rfc822(), rfc822) << text;
+    EXPECT_EQ(d.zoneOffset, zoneOffset) << text;
   }
   const std::pair<const char*, int> zones[] = {{"PST", -8}, {"PDT", -7}, {"MST", -7}, {"MDT", -6},
                                                {"CST", -6}, {"CDT", -5}, {"EST", -5}, {"EDT", -4}};
