@@ -233,11 +233,7 @@ struct Row {
 };
 
 #define D(call) [](CLISession& s) { return s.call; }
-#define V(call)       \
-  [](CLISession& s) { \
-    s.call;           \
-    return DataSet(); \
-  }
+#define V(call) [](CLISession& s) { return s.call, DataSet(); }
 
 // One command of each line shape of the table (both forms where a part is optional), then
 // every hand-written command; each line written out in full, as the server must receive it.
