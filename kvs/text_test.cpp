@@ -33,22 +33,22 @@ TEST(CharClasses, EveryByte) {
 }
 
 // The case table is the "C" locale's tolower on ASCII and leaves the other bytes alone (the
-// Latin-1 capitals 192-222 too), except for seven rows that other programs' names depend on.
+// Latin-1 capitals 192-222 too), except for seven rows of its own, each kept on purpose.
 TEST(CaseTable, EveryByte) {
   const std::map<int, std::pair<int, const char*>> odd = {
-      {138, {154, "Windows-1252 capital S caron"}},
-      {140, {156, "Windows-1252 capital OE"}},
-      {142, {158, "Windows-1252 capital Z caron"}},
-      {159, {255, "Windows-1252 capital Y diaeresis"}},
-      {215, {208, "the table's own row for the multiplication sign"}},
-      {247, {240, "the table's own row for the division sign"}},
-      {255, {223, "the table's own row for small y diaeresis"}},
+      {138, {154, "Windows-1252 capital S caron to small"}},
+      {140, {156, "Windows-1252 capital OE to small"}},
+      {142, {158, "Windows-1252 capital Z caron to small"}},
+      {159, {255, "Windows-1252 capital Y diaeresis to Latin-1 small"}},
+      {215, {208, "multiplication sign to capital eth, as the table has it"}},
+      {247, {240, "division sign to small eth, as the table has it"}},
+      {255, {223, "small y diaeresis to sharp s, as the table has it"}},
   };
   for (int c = 0; c < 256; ++c) {
     const auto row = odd.find(c);
     const int expected = row != odd.end() ? row->second.first : c < 128 ? std::tolower(c) : c;
     EXPECT_EQ(kvs::toLower(static_cast<unsigned char>(c)), expected)
-        << c << (row != odd.end() ? row->second.second : "");
+        << c << " " << (row != odd.end() ? row->second.second : "");
   }
   EXPECT_EQ(kvs::toLower(std::string("\xC0\x8A-ABC")), "\xC0\x9A-abc");
 }
