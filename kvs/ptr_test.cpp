@@ -77,13 +77,14 @@ TEST(ThreadSafePtr, ConcurrentCopiesAndReleases) {
       threads.emplace_back([&root] {
         for (int i = 0; i < 2000; ++i) {
           kvs::thread_safe_ptr<Counted> copy = root;
-          kvs::thread_safe_ptr<Counted> again = copy;
+          kvs::thread_safe_ptr<Counted> again;
+          again = copy;
           EXPECT_FALSE(again.isUnique());
         }
       });
     }
     for (auto& t : threads) t.join();
-    EXPECT_TRUE(root.isUnique());
+    EXPECT_TRUE(root.isUnique() && !root.isNull());
     EXPECT_EQ(destroyed, 0);
   }
   EXPECT_EQ(destroyed, 1);
