@@ -26,8 +26,8 @@ TEST(DateFormat, PatternLetters) {
       {"YYYYYYY", "202424\x01"},
       {"DDD hhh sss", "055 077 099"},
       {"www mmmmm", "SunSun 08088"},
-      // The bytes 0x01-0x07 count as the letters Y M D h m s w.
-      {"\x01YYY \x02 \x04\x04", "2024 5 07"},
+      // The bytes 0x01-0x07 count as the letters Y M D h m s w; 0x08 is no letter.
+      {"\x01YYY \x02 \x04\x04\x08", "2024 5 07\x08"},
   };
   for (const auto& [pattern, text] : rows) EXPECT_EQ(d.format(pattern), text) << pattern;
 }
