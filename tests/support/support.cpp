@@ -9,27 +9,11 @@
 
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
 
 namespace test_support {
-
-TempDir::TempDir() {
-  std::string name = (std::filesystem::temp_directory_path() / "velmora-test-XXXXXX").string();
-  path_ = ::mkdtemp(name.data()) ? name : "";
-}
-
-TempDir::~TempDir() {
-  std::error_code ignored;
-  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempDir::write(const std::string& name, const std::string& bytes) const {
-  std::ofstream(path_ + "/" + name, std::ios::binary) << bytes;
-  return path_ + "/" + name;
-}
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

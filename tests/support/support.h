@@ -1,23 +1,39 @@
 // What tests that run programs need: a child's output captured, temporary directories, socket
-// files, a closed port. POSIX.
+// files, a closed port. All but the temporary directories are POSIX.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
 namespace test_support {
 
 // A directory of its own under the system's temporary directory, removed with the object.
+// Header-only and portable, for unit tests that link nothing else of this library.
 class TempDir {
  public:
-  TempDir();
-  ~TempDir();
+  TempDir() {
+    std::random_device seed;
+    const std::string name =
+        "velmora-test-" + std::to_string(seed()) + "-" + std::to_string(seed());
+    path_ = (std::filesystem::temp_directory_path() / name).string();
+    std::filesystem::create_directories(path_);
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   const std::string& path() const { return path_; }
   // Writes `bytes` to the file `name` of this directory and returns its path.
-  std::string write(const std::string& name, const std::string& bytes) const;
+  std::string write(const std::string& name, const std::string& bytes) const {
+    std::ofstream(path_ + "/" + name, std::ios::binary) << bytes;
+    return path_ + "/" + name;
+  }
 
  private:
   std::string path_;
