@@ -25,7 +25,7 @@ static_assert(MessageScanner::kContentType.starts_with(MessageScanner::kContent)
 }  // namespace
 
 MessageScanner::MessageScanner(std::size_t blockSize, bool countZips)
-    : reader_(blockSize), countZips_(countZips) {}
+    : reader_(blockSize), countZips_(countZips), skipper_(reader_, this, {}) {}
 
 MessageScanner::~MessageScanner() = default;
 
@@ -183,24 +183,26 @@ bool MessageScanner::skipBody(std::string& next) {
   // The whole body is consumed at once; its boundary line is the next line. A ZIP part is
   // decoded on the way, into one buffer sized from what is left of the file, or (base64) only
   // counted; its directory is read when the part ends, if the message has body text.
-  const std::string sentinel = walk_.current.empty() ? std::string() : "--" + walk_.current;
+  sentinel_.clear();
+  if (!walk_.current.empty()) sentinel_.append("--").append(walk_.current);
   const Entity& part = walk_.part;
   const bool base64 = part.zip && kvs::startsWithIgnoreCase(part.encoding, kBase64);
   // Where the rest of the file is already in the reader's buffer the part is small: counting it
   // would only add a pass.
   const bool counting = base64 && countZips_ && !reader_.holdsTheRest();
   std::optional<Decoder::MIME::Base64::Count> count;
-  Decoder::MIME::Interface* reader = nullptr;
+  kvs::ptr<Decoder::MIME::Interface> decoder;
   if (base64) {
-    auto* decoder = new Decoder::MIME::Base64(reader_, this, sentinel);
-    if (counting) decoder->countInto(count.emplace());
-    reader = decoder;
+    auto* base64Decoder = new Decoder::MIME::Base64(reader_, this, sentinel_);
+    decoder = kvs::ptr<Decoder::MIME::Interface>(base64Decoder);
+    if (counting) base64Decoder->countInto(count.emplace());
   } else if (part.zip && kvs::startsWithIgnoreCase(part.encoding, kQuotedPrintable)) {
-    reader = new Decoder::MIME::QuotedPrintable(reader_, this, sentinel);
+    decoder = kvs::ptr<Decoder::MIME::Interface>(
+        new Decoder::MIME::QuotedPrintable(reader_, this, sentinel_));
   } else {
-    reader = new Decoder::MIME::Skipper(reader_, this, sentinel);
+    skipper_.restart(sentinel_);
   }
-  const kvs::ptr<Decoder::MIME::Interface> body(reader);
+  Decoder::MIME::Interface* const body = decoder ? decoder.get() : &skipper_;
   scanner::ImageBuffer image;
   if (part.zip && !counting) {
     // The size comes from the open file, and costs nothing when its end is already read.

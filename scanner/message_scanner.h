@@ -119,5 +119,7 @@ class MessageScanner : public Decoder::MIME::DiagnosticsSink, private kvs::nonco
   bool countZips_;
   Walk walk_;
   // Working strings, kept from line to line and message to message for their room.
-  std::string line_, next_, value_, param_;
+  std::string line_, next_, value_, param_, sentinel_;
+  // The reader of every body that is not a ZIP part: most bodies, so it is made once.
+  Decoder::MIME::Skipper skipper_;
 };

@@ -17,6 +17,24 @@ Interface::Interface(scanner::LineReader& in, DiagnosticsSink* sink, std::string
 
 Interface::~Interface() = default;
 
+void Interface::restartWith(std::string_view sentinel) {
+  rawAt_ = 0;
+  errors_ = 0;
+  ended_ = stopped_ = false;
+  sentinel_.assign(sentinel);
+  parentSentinel_.clear();
+  hasParent_ = false;
+  stopLine_.clear();
+  lineAt_ = 0;
+  lastComplaint_.clear();
+  raw_ = {};
+  rawPos_ = 0;
+  rawNewline_ = rawLeft_ = stopPending_ = false;
+  queue_.clear();
+  queuePos_ = 0;
+  pushedBack_ = -1;
+}
+
 void Interface::complain(const std::string& text, bool counted) {
   if (counted) ++errors_;
   if (sink_ == nullptr || text == lastComplaint_) return;

@@ -71,6 +71,9 @@ class Interface : private kvs::noncopyable {
   virtual void endOfInput() {}
   // `nextByte` for the decoding subclasses.
   bool pullByte(unsigned char& byte);
+  // Back to the state of a reader just made for a body with `sentinel` and no enclosing boundary;
+  // the strings keep their room.
+  void restartWith(std::string_view sentinel);
   void complain(const std::string& text, bool counted = true);
   Complain complaints() {
     return [this](const std::string& text, bool counted) { complain(text, counted); };
@@ -113,6 +116,8 @@ class Skipper : public Interface {
   using Interface::Interface;
   const char* name() const override { return "Sk"; }
   bool nextByte(unsigned char&) override { return false; }
+  // The skipper holds no state of its own, so one object can serve body after body.
+  void restart(std::string_view sentinel) { restartWith(sentinel); }
 
  protected:
   std::size_t decodeRaw(std::string_view raw, std::size_t pos, bool newline,
