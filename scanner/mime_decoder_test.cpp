@@ -97,6 +97,7 @@ Decoded coreCount(const std::string& text, std::size_t chunk, bool wide, std::ui
     const auto* e = p + std::min<std::size_t>(chunk, static_cast<std::size_t>(end - p));
     while ((p = countRun(p, e, g, written, stop, complain, pauseAt, wide)) != e && !stop) {
       const auto at = static_cast<std::size_t>(p - begin);
+      EXPECT_TRUE(wide || written < pauseAt + 3) << text << ": the plain loop pauses at once";
       const std::string from = coreBase64(text.substr(at, 64), 64, true).bytes;
       EXPECT_EQ(from, bytes.substr(std::min<std::size_t>(written, bytes.size()), from.size()))
           << text << ", pause at " << at;
@@ -212,6 +213,12 @@ TEST(Base64, Cases) {
       {repeat("QUJD", 6) + "*" + repeat("QUJD", 6) + "Q",
        {repeat("ABC", 12), {kIllegal, kBase64End}, 2},
        "wide and plain paths mixed"},
+      {repeat("QUJD", 15) + "QU= " + repeat("QUJD", 20),
+       {repeat("ABC", 15) + "A\x10" + repeat("P\x90\xD0", 19), {kBase64End}, 1},
+       "a group with '=' open where a run of the counting blocks' length begins"},
+      {repeat("QUJD", 15) + "=   " + repeat("QUJD", 20),
+       {repeat("ABC", 15) + "\x05\x09" + repeat("\r\x05\x09", 19), {kBase64End}, 1},
+       "the same with a leading '='"},
       {repeat(lines, 8) + "QUJ",
        {repeat("ABC", 8 * (19 * 8 + 1)), {kIllegal, kBase64End}, 17},
        "lines of 76 characters with strangers among them, more than a block"},

@@ -137,6 +137,12 @@ TEST(ZipDirectory, Directories) {
       EXPECT_EQ(w->encrypted, r.encrypted) << c.why << ", window from " << start;
     }
   }
+  // The head serves the first four bytes; the search for the end record starts at the last four.
+  const std::string z = zip_image::zipImage({{"a.exe"}}).bytes;
+  std::uint64_t needed = 0;
+  EXPECT_FALSE(
+      readZipDirectory({z.size(), std::string_view(z).substr(0, 4), z.size(), {}}, needed));
+  EXPECT_EQ(needed, z.size() - 4);
 }
 
 }  // namespace
