@@ -1,14 +1,13 @@
 // The line reader, fed with blocks from one byte up: line ends, long lines, heads of long lines,
-// and seeking back.
+// runs of lines, seeking back, and the size of a file.
 #include "scanner/line_reader.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
+
+#include "tests/scanner_support.h"
 
 namespace {
 
@@ -54,30 +53,19 @@ const struct {
     {std::string("nul\0byte\n", 9), {{std::string("nul\0byte", 8), true}}, "NUL is a byte"},
 };
 
-TEST(LineReader, LinesWhateverTheBlockSize) {
+TEST(LineReader, LinesAndTheirHeadsWhateverTheBlockSize) {
   for (const auto& c : kCases) {
-    for (std::size_t block : kBlocks) {
-      LineReader reader(block);
-      reader.openMemory(c.input);
-      EXPECT_EQ(allLines(reader), c.lines) << c.why << " (block " << block << ")";
-    }
-  }
-}
-
-TEST(LineReader, AKeepLimitKeepsOnlyTheHead) {
-  for (const auto& c : kCases) {
-    for (std::size_t keep : {1u, 2u, 4u, 1000u}) {
+    for (std::size_t keep : {std::string_view::npos, std::size_t{1}, std::size_t{2}, std::size_t{4},
+                             std::size_t{1000}}) {
+      std::vector<Line> want;
+      for (const Line& line : c.lines) want.push_back({line.text.substr(0, keep), line.newline});
       for (std::size_t block : kBlocks) {
         LineReader reader(block);
         reader.openMemory(c.input);
         std::vector<Line> heads;
         std::string_view head;
         while (reader.next(head, keep)) heads.push_back({std::string(head), reader.hadNewline()});
-        ASSERT_EQ(heads.size(), c.lines.size()) << c.why;
-        for (std::size_t i = 0; i < heads.size(); ++i) {
-          const Line want{c.lines[i].text.substr(0, keep), c.lines[i].newline};
-          EXPECT_EQ(heads[i], want) << c.why << " keep " << keep << " block " << block;
-        }
+        EXPECT_EQ(heads, want) << c.why << " (keep " << keep << ", block " << block << ")";
       }
     }
   }
@@ -150,30 +138,21 @@ TEST(LineReader, RunsOfLinesStopBeforeALineBeginningSo) {
   }
 }
 
-// The size is known for nothing once the end has been read; before, the open file tells it.
-TEST(LineReader, SizeOfTheFile) {
-  const auto name =
-      std::filesystem::temp_directory_path() /
-      ("velmora-line-reader-" +
-       std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()) + ".msg");
+TEST(LineReader, SizeOfAFileBeforeAndAfterItsEnd) {
+  // Before the end has been read the open file tells it; after, the buffer does.
   const std::string input = "first\n" + std::string(40, 'x') + "\nlast";
-  std::ofstream(name, std::ios::binary) << input;
+  const scanner_support::TempDir files;
+  const std::string path = files.write("size.msg", input);
   for (std::size_t block : {std::size_t{4}, LineReader::kDefaultBlock}) {
     LineReader reader(block);
-    ASSERT_TRUE(reader.open(name.string()));
+    ASSERT_TRUE(reader.open(path));
     EXPECT_EQ(reader.size(), static_cast<std::int64_t>(input.size())) << "block " << block;
     EXPECT_EQ(allLines(reader).size(), 3u);
     EXPECT_EQ(reader.size(), static_cast<std::int64_t>(input.size())) << "block " << block;
   }
-  std::filesystem::remove(name);
-}
-
-TEST(LineReader, MissingFileDoesNotOpen) {
-  LineReader reader;
-  EXPECT_FALSE(reader.open("no/such/file.msg"));
-  EXPECT_FALSE(reader.isOpen());
-  std::string_view view;
-  EXPECT_FALSE(reader.next(view));
+  LineReader memory(4);
+  memory.openMemory(input);
+  EXPECT_EQ(memory.size(), static_cast<std::int64_t>(input.size()));
 }
 
 }  // namespace
