@@ -87,6 +87,8 @@ TEST(ZipDirectory, Directories) {
       {"a name reaching beyond the image",
        [](Image& z) { patch16(z.bytes, z.directory + 28, 0xFFF0); }, "", true, false},
       {"no end record", [](Image& z) { z.bytes.resize(z.endRecord); }, "", true, false},
+      {"an end record that ends with its directory offset is enough",
+       [](Image& z) { z.bytes.resize(z.endRecord + 20); }, "exe txt", false, false},
       {"an end record cut before its directory offset is complete",
        [](Image& z) { z.bytes.resize(z.endRecord + 19); }, "", true, false},
       {"a stale end record in the comment is the last signature: it is the one taken",
