@@ -144,6 +144,14 @@ TEST(Pop3Client, WrongStatesAndRefusals) {
     EXPECT_EQ(pop.state(), client::kClosed);
     EXPECT_EQ(server.finish(), (Lines{"QUIT"}));
   }
+  {
+    ScriptedServer server(script("+OK <1@h>", {"-ERR no"}));
+    client pop;
+    connectTo(pop, server.port());
+    EXPECT_EQ(thrown<kvs::InvalidLoginException>([&] { pop.login("a", "b", true); }),
+              "Invalid username or password (-ERR no)");
+    EXPECT_EQ(pop.state(), client::kAuthorization);  // a refused login sends no QUIT
+  }
   ScriptedServer server(script("+OK ready", {"+OK", "-ERR [AUTH] failed.", "+OK", "+OK", "-ERR no",
                                              "-ERR no such message", "-ERR gone"}));
   client pop;
