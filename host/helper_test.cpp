@@ -7,6 +7,8 @@
 #include <array>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <random>
 #include <sstream>
@@ -62,10 +64,18 @@ class Captured : public ::testing::Test {
       writes.emplace_back(text);
     });
   }
-  void TearDown() override { kvs::setOutputWriter(previous_); }
+  void TearDown() override {
+    kvs::setOutputWriter(previous_);
+    std::filesystem::remove(file_);
+  }
   kvs::OutputWriter previous_ = nullptr;
   // Any file will do as a message: these filters do not read it.
-  const std::string file_ = __FILE__;
+  const std::string file_ = [this] {
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("velmora-helper-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)));
+    std::ofstream(path) << "Subject: x\n\nbody\n";
+    return path.string();
+  }();
 };
 
 TEST(SplitRequestLine, Fields) {
