@@ -86,7 +86,7 @@ TEST(SocketLines, PeersThatHangUpOrStaySilent) {
     }
     EXPECT_EQ(s.handle(), 0u);
 
-    ScriptedServer silent({pause(800)});
+    ScriptedServer silent({pause(400)});
     socket t(200, 0);
     connectTo(t, silent.port());
     line = "stale";
