@@ -203,6 +203,10 @@ TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
       }
     }
   }
+  socket idle, accepted;  // not listening: nothing to accept
+  kvs::sock::address peer;
+  ASSERT_TRUE(idle.create());
+  EXPECT_FALSE(idle.acceptConnection(accepted, peer, 100));
 }
 
 // Waits on one socket or on several end at a time-out or when data comes.
