@@ -207,6 +207,7 @@ TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
   kvs::sock::address peer;
   ASSERT_TRUE(idle.create());
   EXPECT_FALSE(idle.acceptConnection(accepted, peer, 100));
+  EXPECT_FALSE(idle.accept(accepted, peer, 100, false));
 }
 
 // Waits on one socket or on several end at a time-out or when data comes.

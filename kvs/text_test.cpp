@@ -135,6 +135,8 @@ TEST(Utf7, MailboxNames) {
       {"a\tb", "a&AAk-b"},
       {"\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F\xE2\x82\xAC", "&AOQA9gD8AN8grA-"},
       {"\xF0\x9F\x98\x80", "&2D3eAA-"},
+      // The first code point of two, three and four bytes.
+      {"\xC2\x80\xE0\xA0\x80\xF0\x90\x80\x80", "&AIAIANgA3AA-"},
   };
   for (const auto& [utf8, utf7] : rows) {
     EXPECT_EQ(kvs::utf7Encode(utf8), utf7);
