@@ -78,9 +78,10 @@ TEST(DateParse, FieldsStandForTheInstant) {
 }
 
 TEST(DateParse, InvalidDates) {
-  for (const char* text : {"Mon 5 Mar", "Xyz, 5 Mar 2024 10:20 GMT", "5 Foo 2024 10:20 GMT",
-                           "Mon, 5 Mar 2024 10:20", "5 Mar 2024 1020 GMT", "5 Mar 2301 10:20 GMT",
-                           "", "+5 Mar 2024 10:20 GMT", "99999999999 Mar 2024 10:20 GMT"}) {
+  for (const char* text :
+       {"Mon 5 Mar", "Xyz, 5 Mar 2024 10:20 GMT", "5 Foo 2024 10:20 GMT", "Mon, 5 Mar 2024 10:20",
+        "5 Mar 2024 1020 GMT", "5 Mar 2301 10:20 GMT", "5 Mar 1900 10:20 GMT", "",
+        "+5 Mar 2024 10:20 GMT", "99999999999 Mar 2024 10:20 GMT"}) {
     EXPECT_FALSE(kvs::Date::parse(text).valid) << text;
   }
 }
