@@ -1,24 +1,42 @@
-// The dataset value: kinds, sharing, equality, number to text and path access.
+// The dataset value (kinds, sharing, equality, number to text, keys, elements and paths), and
+// dataset files below a base directory with the main domain name.
 #include "cgp/dataset.h"
 
 #include <gtest/gtest.h>
 
+#include "cgp/dataset_file.h"
+#include "cgp/server_data.h"
+#include "cgp/test_support.h"
 #include "kvs/exception.h"
 
 namespace cgp {
 namespace {
 
-TEST(DataSet, KindsOfTheFactories) {
+using testing::CapturedOutput;
+using testing::ScratchDirectory;
+
+DataSet arrayOf(std::initializer_list<const char*> texts) {
+  DataSet a = DataSet::array();
+  for (const char* text : texts) a.append(DataSet(text));
+  return a;
+}
+
+TEST(DataSet, KindsAndTexts) {
   EXPECT_EQ(DataSet().kind(), DataSet::Empty);
   EXPECT_EQ(DataSet("x").kind(), DataSet::Text);
   EXPECT_EQ(DataSet::array().kind(), DataSet::Array);
   EXPECT_EQ(DataSet::dictionary().kind(), DataSet::Dictionary);
-  EXPECT_EQ(DataSet::block("b").kind(), DataSet::Block);
+  EXPECT_EQ(DataSet::block("b c").kind(), DataSet::Block);
+  EXPECT_EQ(DataSet::block("b c").getText(), "b c");
   EXPECT_EQ(DataSet(true).getText(), "YES");
   EXPECT_EQ(DataSet(false).getText(), "NO");
-  EXPECT_EQ(DataSet::block("b c").getText(), "b c");
-  EXPECT_EQ(DataSet::array().getText(), "");
-  EXPECT_FALSE(DataSet().isNull());
+  EXPECT_EQ(arrayOf({"x"}).getText(), "");
+  EXPECT_EQ(DataSet(-7L).getText(), "-7");
+  // Six digits after the point, then trailing zeros and a bare point dropped.
+  const std::pair<double, const char*> numbers[] = {{2.5, "2.5"},     {10, "10"},  {0, "0"},
+                                                    {-1.25, "-1.25"}, {1e-7, "0"}, {1.0000004, "1"},
+                                                    {100.1, "100.1"}};
+  for (const auto& [number, text] : numbers) EXPECT_EQ(DataSet(number).getText(), text) << number;
 }
 
 TEST(DataSet, CopiesShareOneNode) {
@@ -26,13 +44,10 @@ TEST(DataSet, CopiesShareOneNode) {
   DataSet b = a;
   b.append(DataSet("x"));
   EXPECT_EQ(a.count(), 1u);
-  EXPECT_FALSE(a.isUnique());
   DataSet c("t");
-  c = true;  // assigning a boolean changes the node itself
-  EXPECT_EQ(c.getText(), "YES");
   DataSet d = c;
-  d = false;
-  EXPECT_EQ(c.getText(), "NO");
+  d = true;  // assigning a boolean changes the node itself
+  EXPECT_EQ(c.getText(), "YES");
 }
 
 TEST(DataSet, Equality) {
@@ -42,54 +57,19 @@ TEST(DataSet, Equality) {
   EXPECT_TRUE(DataSet::block("a") == DataSet::block("a"));
   EXPECT_FALSE(DataSet::block("a") == DataSet("a"));
   EXPECT_FALSE(DataSet("a") == DataSet(std::string("a\0", 2)));
-  EXPECT_TRUE(DataSet::array() == DataSet::array());
-
-  DataSet x = DataSet::array(), y = DataSet::array();
-  for (const char* t : {"a", "b"}) {
-    x.append(DataSet(t));
-    y.append(DataSet(t));
-  }
-  EXPECT_TRUE(x == y);
-  y.at(1)->text = "c";
-  EXPECT_FALSE(x == y);
-
-  DataSet d = DataSet::dictionary(), e = DataSet::dictionary();
+  EXPECT_TRUE(arrayOf({"a", "b"}) == arrayOf({"a", "b"}));
+  EXPECT_FALSE(arrayOf({"a", "b"}) == arrayOf({"a", "c"}));
+  EXPECT_FALSE(arrayOf({"a", "b"}) == arrayOf({"a"}));
+  // Dictionaries are never equal, not even to themselves, nor are arrays holding one.
+  DataSet d = DataSet::dictionary();
   d.set("k", DataSet("v"));
-  e.set("k", DataSet("v"));
-  EXPECT_FALSE(d == e);
   EXPECT_FALSE(d == d);
-  DataSet outer1 = DataSet::array(), outer2 = DataSet::array();
-  outer1.append(d);
-  outer2.append(d);
-  EXPECT_FALSE(outer1 == outer2);  // a dictionary inside spoils array equality too
-
+  DataSet outer = DataSet::array();
+  outer.append(d);
+  EXPECT_FALSE(outer == outer);
   DataSet odd("t");
   odd->kind = 5;  // no valid value has it, but a node may hold anything
   EXPECT_FALSE(odd == odd);
-}
-
-TEST(DataSet, NumberToText) {
-  const struct {
-    double number;
-    const char* text;
-  } rows[] = {{2.5, "2.5"},
-              {3, "3"},
-              {10, "10"},
-              {0.5, "0.5"},
-              {0, "0"},
-              {-1.25, "-1.25"},
-              {1e20, "100000000000000000000"},
-              {0.0000001, "0"},
-              {1.0000004, "1"},
-              {1.000001, "1.000001"},
-              {100.1, "100.1"}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(DataSet::numberText(row.number), row.text) << row.number;
-  }
-  EXPECT_EQ(DataSet(10).getText(), "10");
-  EXPECT_EQ(DataSet(-7L).getText(), "-7");
-  EXPECT_EQ(DataSet(2.5f).getText(), "2.5");
-  EXPECT_EQ(DataSet(7).kind(), DataSet::Text);
 }
 
 TEST(DataSet, KeysAndElements) {
@@ -100,18 +80,18 @@ TEST(DataSet, KeysAndElements) {
   EXPECT_EQ(d.kind(), DataSet::Dictionary);
   EXPECT_EQ(d.count(), 2u);
   EXPECT_EQ(d.get("Key").getText(), "3");
-  EXPECT_EQ(d.get("key").getText(), "2");
-  EXPECT_TRUE(d.get("KEY").isEmpty());
   EXPECT_FALSE(d.has("KEY"));
   EXPECT_TRUE(d.erase("key"));
+  EXPECT_FALSE(d.erase("key"));
   EXPECT_EQ(d.count(), 1u);
-  EXPECT_THROW(d.append(DataSet()), kvs::Exception);
   EXPECT_TRUE(d.at(0).isEmpty());
+  EXPECT_THROW(d.append(DataSet()), kvs::Exception);
 
   DataSet a;
   a.append(DataSet("x"));
   EXPECT_EQ(a.kind(), DataSet::Array);
-  EXPECT_TRUE(a.at(5).isEmpty());
+  EXPECT_EQ(a.at(0).getText(), "x");
+  EXPECT_TRUE(a.at(1).isEmpty());
   EXPECT_TRUE(a.get("x").isEmpty());
   EXPECT_THROW(a.set("k", DataSet()), kvs::Exception);
   EXPECT_THROW(DataSet("t").append(DataSet()), kvs::Exception);
@@ -119,8 +99,7 @@ TEST(DataSet, KeysAndElements) {
 
 TEST(DataSet, PathAccess) {
   DataSet root = DataSet::dictionary();
-  DataSet list = DataSet::array();
-  for (const char* t : {"zero", "one", "two"}) list.append(DataSet(t));
+  DataSet list = arrayOf({"zero", "one", "two"});
   root.set("a", list);
   DataSet inner = DataSet::dictionary();
   inner.set("c", DataSet("deep"));
@@ -136,14 +115,7 @@ TEST(DataSet, PathAccess) {
   EXPECT_EQ(root.count(), 1u);
   EXPECT_EQ(inner.count(), 1u);
   // A step on a text, an empty value or a block is a type error.
-  for (const char* bad : {"a.0.x", "a.0.0"}) {
-    try {
-      (void)root.path(bad);
-      ADD_FAILURE() << bad;
-    } catch (const kvs::Exception& e) {
-      EXPECT_STREQ(e.what(), "Invalid Dataset Type");
-    }
-  }
+  for (const char* bad : {"a.0.x", "a.0.0"}) EXPECT_THROW((void)root.path(bad), kvs::Exception);
   EXPECT_THROW((void)DataSet().path("x"), kvs::Exception);
   EXPECT_THROW((void)DataSet::block("b").path("0"), kvs::Exception);
 }
@@ -162,6 +134,59 @@ TEST(DataSet, DeepValuesAreReleasedWithoutRecursion) {
   EXPECT_EQ(other.count(), 1u);
   other = DataSet("gone");  // the last holder lets go of 50000 levels
   EXPECT_EQ(other.getText(), "gone");
+}
+
+class DataSetFile : public ::testing::Test {
+ protected:
+  ScratchDirectory scratch;
+  ServerData data{scratch.path().string()};
+};
+
+TEST_F(DataSetFile, LoadsBelowTheBase) {
+  scratch.write("Settings/wrapped.settings", "({ DomainName = a.test; })");
+  scratch.write("list.data", "(a, b)");
+  DataSet value = loadDataSet("Settings/wrapped.settings", data);
+  EXPECT_EQ(value.get("DomainName").getText(), "a.test") << "an array of one element unwraps";
+  DataSet first = loadDataSet("list.data", data);
+  first.append(DataSet("c"));
+  EXPECT_EQ(loadDataSet("list.data", data).count(), 2u) << "two loads are independent";
+  EXPECT_EQ(parseDataSetText("(x, y)", data).count(), 2u);
+
+  EXPECT_EQ(ServerData().inBase("Settings/x"), "Settings/x");
+  EXPECT_EQ(ServerData("srv").inBase("Settings/x"), "srv/Settings/x");
+  EXPECT_EQ(ServerData("srv/").inBase("a"), "srv/a");
+  EXPECT_EQ(ServerData("srv").inBase("/abs/x"), "/abs/x");
+}
+
+TEST_F(DataSetFile, FailuresGiveAnEmptyValue) {
+  scratch.write("broken.data", "{ a = b;\n  c = }");
+  scratch.write("empty.data", " \n");
+  CapturedOutput out;
+  for (const char* path : {"missing.data", "broken.data", "empty.data", ""}) {
+    EXPECT_TRUE(loadDataSet(path, data).isEmpty()) << path;
+  }
+  EXPECT_TRUE(parseDataSetText("(x y)", data).isEmpty());
+  EXPECT_EQ(out.lines(),
+            (std::vector<std::string>{
+                "* while parsing \"broken.data\" file: syntax error : near \"}\" (2:7)",
+                "* while parsing \"string\" file: syntax error : near \"y\" (1:4)"}));
+}
+
+TEST_F(DataSetFile, MainDomainNameIsReadOnce) {
+  CapturedOutput quiet;
+  EXPECT_EQ(mainDomainName(data), "");
+  scratch.write("Settings/Main.settings", "{ DomainName = late.test; }");
+  EXPECT_EQ(mainDomainName(data), "");  // not looked for again
+  ServerData fresh(scratch.path().string());
+  EXPECT_EQ(mainDomainName(fresh), "late.test");
+  scratch.write("Settings/Main.settings", "{ DomainName = changed.test; }");
+  EXPECT_EQ(mainDomainName(fresh), "late.test");
+  // It needs a dictionary with the key.
+  for (const char* contents : {"(DomainName)", "{ Other = x; }", "DomainName"}) {
+    scratch.write("Settings/Main.settings", contents);
+    ServerData other(scratch.path().string());
+    EXPECT_EQ(mainDomainName(other), "") << contents;
+  }
 }
 
 }  // namespace

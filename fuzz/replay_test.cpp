@@ -17,38 +17,29 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<fs::path> inputsOf(const fs::path& folder) {
-  std::vector<fs::path> files;
-  if (!fs::is_directory(folder)) return files;
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    if (entry.is_regular_file()) files.push_back(entry.path());
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
-std::string contentOf(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 class Replay : public testing::TestWithParam<fuzzing::NamedTarget> {};
 
 TEST_P(Replay, SavedInputsAndSeedsPass) {
   const fuzzing::NamedTarget target = GetParam();
   const fs::path source(VELMORA_SOURCE_DIR);
-  const std::string name(target.name);
-  std::size_t count = 0;
-  for (const fs::path& folder : {source / "tests/data/fuzz" / name, source / "fuzz/seeds" / name}) {
-    for (const fs::path& file : inputsOf(folder)) {
-      std::fprintf(stderr, "%s: %s\n", name.c_str(), file.filename().string().c_str());
-      const std::string bytes = contentOf(file);
-      EXPECT_EQ(target.run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), 0);
-      ++count;
+  std::vector<fs::path> files;
+  for (const fs::path& folder :
+       {source / "tests/data/fuzz" / target.name, source / "fuzz/seeds" / target.name}) {
+    if (!fs::is_directory(folder)) continue;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+      if (entry.is_regular_file()) files.push_back(entry.path());
     }
   }
+  std::sort(files.begin(), files.end());
   // Every target has seeds; a folder that went missing would make this test pass vacuously.
-  EXPECT_GT(count, 0u) << name;
+  EXPECT_FALSE(files.empty()) << target.name;
+  for (const fs::path& file : files) {
+    std::fprintf(stderr, "%s: %s\n", std::string(target.name).c_str(), file.string().c_str());
+    std::ifstream in(file, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    EXPECT_EQ(target.run(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), 0)
+        << file;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, Replay, testing::ValuesIn(fuzzing::kTargets),

@@ -1,290 +1,342 @@
-// The body decoders and the skipper, each body fed through a reader with tiny blocks as well as
-// a large one, and taken out both as a whole and byte by byte.
+// The two transfer decodings and the body readers around them. Each case is decoded by the core
+// in chunks of a few bytes (the state carried between them, with and without the fast paths),
+// as a body through a line reader with tiny blocks and a large one (in one pass and byte by
+// byte), and in one shot.
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <random>
 #include <set>
 #include <string>
+#include <vector>
 
+#include "scanner/decoding_core.h"
 #include "scanner/image_buffer.h"
 #include "scanner/line_reader.h"
 #include "scanner/mime_decoder.h"
 
 namespace {
 
-using Decoder::MIME::Base64;
-using Decoder::MIME::Interface;
-using Decoder::MIME::QuotedPrintable;
-using Decoder::MIME::Skipper;
+using namespace Decoder::MIME;
+using Set = std::set<std::string>;
 
+const std::size_t kChunks[] = {1, 2, 3, 5, 1000};
 const std::size_t kBlocks[] = {1, 3, 4096};
-const std::size_t kKeep = 16;
-
 const char kIllegal[] = "Found illegal character in base64 stream. Resuming to next.";
 const char kBase64End[] = "Unexpected end of file in Base64 decoding.";
 const char kQpEnd[] = "Invalid Quoted-Printable MIME ending, missing some characters";
 const char kUnterminated[] = "Unterminated MIME sentinel at end of message";
 const char kParent[] = "Unterminated MIME sentinel, found parent sentinel";
+const char kAfterSoftBreak[] =
+    "Invalid character 'b' after soft line break in Quoted-Printable MIME part";
 
-struct Sink : Decoder::MIME::DiagnosticsSink {
-  std::set<std::string> texts;
+std::string badEscape(const char* escape) {
+  return std::string("Invalid escape sequence '") + escape + "' in Quoted-Printable MIME part";
+}
+
+// What a decoding gave: its bytes, its complaints, and how many of them were errors.
+struct Decoded {
+  std::string bytes;
+  Set texts = {};
+  int errors = 0;
+  bool operator==(const Decoded&) const = default;
+  Complain collector() {
+    return [this](const std::string& text, bool counted) {
+      texts.insert(text);
+      errors += counted;
+    };
+  }
+};
+
+struct Sink : DiagnosticsSink {
+  Set texts;
   void addDiagnostic(const std::string& text) override { texts.insert(text); }
 };
 
-struct Case {
-  std::string body;  // the raw body lines as they stand in the file
-  std::string bytes;
-  std::set<std::string> complaints;
-  int errors;
-  const char* why;
-};
+// The core, a chunk at a time; it stops at a group without bytes. A group left unfinished is
+// the body reader's complaint at the end of the input.
+Decoded coreBase64(const std::string& text, std::size_t chunk, bool wide) {
+  Decoded d;
+  const Complain complain = d.collector();
+  Base64Group g;
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* const end = p + text.size();
+  for (bool stop = false; p < end && !stop;) {
+    const auto* e = p + std::min<std::size_t>(chunk, static_cast<std::size_t>(end - p));
+    std::string room(static_cast<std::size_t>(e - p) / 4 * 3 + 3, '\0');
+    char* o = room.data();
+    const auto* q = decodeRun(p, e, g, o, stop, complain, wide);
+    EXPECT_TRUE(stop || q == e);
+    p = q;
+    d.bytes.append(room.data(), o);
+  }
+  if (g.count > 0) complain(kBase64End, true);
+  return d;
+}
 
-// The decoding itself is tested on its own; these rows check what the stream adds: line feeds
-// kept or not, groups across lines, complaints at the end of the input.
-const Case kBase64Cases[] = {
-    {"QUJD\n", "ABC", {}, 0, "one group"},
-    {"QU\nJD\r\nQU\n\nJD\n", "ABCABC", {}, 0, "groups across lines"},
-    {"QU*JD\n", "ABC", {kIllegal}, 1, "a stranger is dropped"},
-    {"QUJ\n", "", {kBase64End}, 1, "an incomplete group at the end"},
-    {"QUJD\n====\nQUJD\n", "ABC", {}, 0, "a group without bytes ends the decoding"},
-    {"QUJD*\n====\n*QUJ\n", "ABC", {kIllegal}, 1, "nothing is looked at after that group"},
-};
+Decoded coreQuotedPrintable(const std::string& text, std::size_t chunk, bool encodedWord) {
+  Decoded d;
+  const Complain complain = d.collector();
+  QuotedPrintableState s;
+  for (std::size_t pos = 0; pos < text.size(); pos += chunk) {
+    const std::size_t n = std::min(chunk, text.size() - pos);
+    std::string room(n, '\0');
+    char* o = decodeBytes(text.data() + pos, text.data() + pos + n, s, encodedWord, room.data(),
+                          complain);
+    d.bytes.append(room.data(), o);
+  }
+  finishBytes(s, complain);
+  return d;
+}
 
-const Case kQuotedPrintableCases[] = {
-    {"=41", "A", {}, 0, "a last line without line feed"},
-    {"=41\n", "A\n", {}, 0, "the line feed the file had is kept"},
-    {"a=\r\nb\n", "ab\n", {}, 0, "a soft line break before CR LF"},
-    {"=4", "", {kQpEnd}, 1, "an escape cut short by the end"},
-    {"caf=E9 =\n", "caf\xE9 ", {}, 0, "a soft break at the end of the last line"},
-};
+// A body without boundary through a reader of `block` bytes: in one pass, without (pass 0) and
+// with (pass 1, which lets runs of lines through at once) body text before it, or byte by byte.
+template <class Reader>
+Decoded throughReader(const std::string& body, std::size_t block, int pass, bool encodedWord) {
+  scanner::LineReader reader(block);
+  reader.openMemory(body);
+  Sink sink;
+  std::unique_ptr<Interface> decoder;
+  if constexpr (std::is_same_v<Reader, QuotedPrintable>) {
+    decoder = std::make_unique<Reader>(reader, &sink, "", "", false, encodedWord);
+  } else {
+    decoder = std::make_unique<Reader>(reader, &sink, "");
+  }
+  Decoded d;
+  if (pass < 2) {
+    bool empty = pass == 0;
+    scanner::ImageBuffer image;
+    decoder->skipBody(empty, 16, &image);
+    d.bytes = image.view();
+  } else {
+    for (unsigned char byte; decoder->nextByte(byte);) d.bytes.push_back(static_cast<char>(byte));
+  }
+  d.texts = sink.texts;
+  d.errors = decoder->errors();
+  return d;
+}
 
-// Decodes `body` (a body without boundary) through each block size: in one pass, with and
-// without body text before it (which lets runs of lines through at once), and byte by byte.
-template <class DecoderType>
-void checkCases(const Case* begin, const Case* end) {
-  for (const Case* c = begin; c != end; ++c) {
-    for (std::size_t block : kBlocks) {
-      for (bool emptyBefore : {true, false}) {
-        scanner::LineReader reader(block);
-        reader.openMemory(c->body);
-        Sink sink;
-        DecoderType decoder(reader, &sink, "");
-        scanner::ImageBuffer image;
-        bool empty = emptyBefore;
-        decoder.skipBody(empty, kKeep, &image);
-        EXPECT_EQ(std::string(image.view()), c->bytes)
-            << c->why << " (whole, block " << block << ")";
-        EXPECT_EQ(sink.texts, c->complaints) << c->why;
-        EXPECT_EQ(decoder.errors(), c->errors) << c->why;
+std::string repeat(const std::string& s, int n) {
+  std::string out;
+  while (n-- > 0) out += s;
+  return out;
+}
+
+TEST(Base64, Cases) {
+  const struct {
+    std::string text;
+    Decoded want;
+    const char* why;
+  } cases[] = {
+      {"QUJD", {"ABC"}, "one group"},
+      {"QQ==", {"A"}, "two pad characters"},
+      {"QUI=", {"AB"}, "one pad character"},
+      {"QU*JD", {"ABC", {kIllegal}, 1}, "a stranger is dropped"},
+      {"QU\xC3JD", {"ABC", {kIllegal}, 1}, "a byte above 127 is a stranger too"},
+      {"Q@U[J`D:,", {"ABC", {kIllegal}, 5}, "the bytes beside the alphabet's ranges are strangers"},
+      {"QUJ", {"", {kBase64End}, 1}, "an unfinished group gives nothing"},
+      {" Q U\tJ\r\nD \x01", {"ABC"}, "blanks, line ends and control bytes are skipped"},
+      {"QU\nJD\r\nQU\n\nJD\n", {"ABCABC"}, "groups across lines"},
+      {"{{{{", {"\xD3\x4D\x34"}, "'{' is read as '0'"},
+      {"QQ==QUJD", {"AABC"}, "padding inside the stream does not end it"},
+      {"Q===", {"@"}, "'=' counts as 0 for the bits it gives"},
+      {"=QUJ", {"\x05\x09"}, "a leading '=' drops the first byte only"},
+      {"QUJD\n====\n*QUJ\n", {"ABC"}, "a group without bytes ends the decoding"},
+      {repeat("QUJD", 30), {repeat("ABC", 30)}, "a long run"},
+      {repeat("QUJD", 6) + "*" + repeat("QUJD", 6) + "Q",
+       {repeat("ABC", 12), {kIllegal, kBase64End}, 2},
+       "wide and plain paths mixed"},
+  };
+  for (const auto& c : cases) {
+    for (std::size_t chunk : kChunks) {
+      for (bool wide : {true, false}) {
+        EXPECT_EQ(coreBase64(c.text, chunk, wide), c.want) << c.why << ", chunk " << chunk;
       }
-      scanner::LineReader reader(block);
-      reader.openMemory(c->body);
-      Sink sink;
-      DecoderType decoder(reader, &sink, "");
-      std::string bytes;
-      unsigned char byte;
-      while (decoder.nextByte(byte)) bytes.push_back(static_cast<char>(byte));
-      EXPECT_EQ(bytes, c->bytes) << c->why << " (byte by byte, block " << block << ")";
-      EXPECT_EQ(sink.texts, c->complaints) << c->why;
-      EXPECT_EQ(decoder.errors(), c->errors) << c->why;
+    }
+    for (std::size_t block : kBlocks) {
+      for (int pass : {0, 1, 2}) {
+        EXPECT_EQ(throughReader<Base64>(c.text, block, pass, false), c.want)
+            << c.why << ", block " << block << ", pass " << pass;
+      }
+    }
+    EXPECT_EQ(Base64::decode(c.text), c.want.bytes) << c.why;
+  }
+}
+
+TEST(Base64, FastPathsAgreeWithThePlainLoop) {
+  // Long plain runs (taken sixteen and four at a time) broken by every kind of oddity.
+  std::mt19937 random(99);
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::string odd[] = {"=", "{", " ", "\r\n", "\t", "*", "-", "\x80", "\xFF", "\n", "."};
+  for (int round = 0; round < 400; ++round) {
+    std::string text;
+    const int pieces = 1 + static_cast<int>(random() % 12);
+    for (int k = 0; k < pieces; ++k) {
+      const int run = static_cast<int>(random() % 90);
+      for (int i = 0; i < run; ++i) text += alphabet[random() % 64];
+      if (random() % 3 == 0) text += odd[random() % std::size(odd)];
+    }
+    const Decoded plain = coreBase64(text, text.size(), false);
+    for (std::size_t chunk : {std::size_t{7}, std::size_t{40}, text.size()}) {
+      EXPECT_EQ(coreBase64(text, chunk, true), plain) << text;
     }
   }
 }
 
-TEST(Base64, Cases) {
-  checkCases<Base64>(std::begin(kBase64Cases), std::end(kBase64Cases));
-}
-
 TEST(QuotedPrintable, Cases) {
-  checkCases<QuotedPrintable>(std::begin(kQuotedPrintableCases), std::end(kQuotedPrintableCases));
-}
-
-TEST(Base64, OneShotFollowsTheSameRules) {
-  EXPECT_EQ(Base64::decode("cmVwb3J0LmRvY3g="), "report.docx");
-  EXPECT_EQ(Base64::decode("QU*J D"), "ABC");
-  EXPECT_EQ(Base64::decode("{{{{"), "\xD3\x4D\x34");
-  EXPECT_EQ(Base64::decode("QUJ"), "");
-  EXPECT_EQ(Base64::decode("QUJD====QUJD"), "ABC");
-}
-
-TEST(QuotedPrintable, OneShotInEncodedWordsTurnsUnderscoresIntoBlanks) {
-  EXPECT_EQ(QuotedPrintable::decode("my_file=2Epdf"), "my file.pdf");
-  EXPECT_EQ(QuotedPrintable::decode("my_file", false), "my_file");
-  EXPECT_EQ(QuotedPrintable::decode("=41=4"), "A");
-  EXPECT_EQ(QuotedPrintable::decode("=4g"), "\xFF");
-  EXPECT_EQ(QuotedPrintable::decode("=4a"), "J");
-}
-
-TEST(Base64, AskedAgainAfterAGroupWithoutBytesDecodingGoesOn) {
-  scanner::LineReader reader(3);
-  reader.openMemory("QUJD====QUJD\n");
-  Base64 decoder(reader, nullptr, "");
-  std::string first, second;
-  unsigned char byte;
-  while (decoder.nextByte(byte)) first.push_back(static_cast<char>(byte));
-  while (decoder.nextByte(byte)) second.push_back(static_cast<char>(byte));
-  EXPECT_EQ(first, "ABC");
-  EXPECT_EQ(second, "ABC");
-}
-
-TEST(Interface, DecodedLinesFoldLineEndPairs) {
-  scanner::LineReader reader(2);
-  reader.openMemory("a=0D=0Ab=0A=0Dc=0D=0D=0Ad\n");
-  QuotedPrintable decoder(reader, nullptr, "");
-  std::vector<std::string> lines;
-  std::string line;
-  while (decoder.readLine(line)) lines.push_back(line);
-  EXPECT_EQ(lines, (std::vector<std::string>{"a", "b", "c", "", "d"}));
-}
-
-TEST(Interface, TheBoundaryLineEndsTheBodyAndItsAbsenceIsAComplaint) {
-  for (std::size_t block : kBlocks) {
-    scanner::LineReader reader(block);
-    reader.openMemory("QU\n--B--\nJD\n");
-    Sink sink;
-    Base64 decoder(reader, &sink, "--b");
-    scanner::ImageBuffer image;
-    bool empty = true;
-    decoder.skipBody(empty, kKeep, &image);
-    EXPECT_EQ(decoder.stopLine(), "--B--");
-    EXPECT_EQ(sink.texts, std::set<std::string>{kBase64End}) << "the group was cut short";
-
-    scanner::LineReader unended(block);
-    unended.openMemory("=41\n");
-    Sink sink2;
-    QuotedPrintable qp(unended, &sink2, "--b");
-    qp.skipBody(empty, kKeep, &image);
-    EXPECT_TRUE(qp.ended());
-    EXPECT_EQ(qp.errors(), 1);
-    EXPECT_EQ(sink2.texts, std::set<std::string>{kUnterminated});
-  }
-}
-
-TEST(Interface, ParentBoundaryLinesEndTheBodyToo) {
-  for (std::size_t block : kBlocks) {
-    scanner::LineReader reader(block);
-    reader.openMemory("QUJD\n--outer--\nQUJD\n");
-    Sink sink;
-    Base64 decoder(reader, &sink, "--inner", "--OUTER", true);
-    scanner::ImageBuffer image;
-    bool empty = true;
-    decoder.skipBody(empty, kKeep, &image);
-    EXPECT_EQ(std::string(image.view()), "ABC");
-    EXPECT_EQ(decoder.stopLine(), "--outer--");
-    EXPECT_FALSE(decoder.ended());
-    EXPECT_EQ(sink.texts, std::set<std::string>{kParent});
-    std::string_view rest;
-    ASSERT_TRUE(reader.next(rest)) << "the line after the boundary is left in the stream";
-    EXPECT_EQ(rest, "QUJD");
-  }
-}
-
-TEST(Interface, LineKinds) {
-  using Kind = Interface::LineKind;
-  scanner::LineReader reader;
-  const Skipper inner(reader, nullptr, "--in", "--out", true);
-  const Skipper noParent(reader, nullptr, "--in", "--out", false);
-  const Skipper unbounded(reader, nullptr, "");
   const struct {
-    const Interface& reader;
-    std::string_view line;
-    Kind kind;
+    std::string text;
+    Decoded want;
+    bool encodedWord;
     const char* why;
   } cases[] = {
-      {inner, "--in", Kind::Stop, "the boundary line"},
-      {inner, "--IN--  trailing", Kind::Stop, "a prefix, without regard to case"},
-      {inner, "--i", Kind::Body, "too short"},
-      {inner, " --in", Kind::Body, "not at the start"},
-      {inner, "--OUT--", Kind::ParentStop, "the enclosing boundary"},
-      {noParent, "--out", Kind::Body, "no enclosing boundary to stop at"},
-      {unbounded, "--", Kind::Body, "a body without boundary has no boundary line"},
-      {unbounded, "", Kind::Body, "an empty line"},
+      {"=41", {"A"}, false, "an escape"},
+      {"=09=AF=af=3D", {"\t\xAF\xAF="}, false, "hex digits of every range, either case"},
+      {"a=\nb\n", {"ab\n"}, false, "a soft line break joins lines; the line feed is kept"},
+      {"a=\r\nb", {"ab"}, false, "a soft line break before CR LF"},
+      {"=4", {"", {kQpEnd}, 1}, false, "an escape cut short by the end"},
+      {"x=", {"x", {kQpEnd}, 1}, false, "'=' at the very end"},
+      {"caf=E9 =\n", {"caf\xE9 "}, false, "a soft break with a blank before the line end"},
+      {"x= \t", {"x"}, false, "a soft break cut short by the end is no complaint"},
+      {"=G1", {"\xF1", {badEscape("=G1")}, 1}, false, "a bad escape still gives a byte"},
+      {"=4g", {"\xFF", {badEscape("=4g")}, 1}, false, "'g' is no hex digit: its 255 joins in"},
+      {"a= b\nc", {"ac", {kAfterSoftBreak}, 0}, false, "the rest of the line is skipped"},
+      {"a_b", {"a_b"}, false, "'_' stays in a body"},
+      {"my_file=2Epdf", {"my file.pdf"}, true, "'_' is a blank in an encoded word"},
   };
-  for (const auto& c : cases) EXPECT_EQ(c.reader.classify(c.line), c.kind) << c.why;
+  for (const auto& c : cases) {
+    for (std::size_t chunk : kChunks) {
+      EXPECT_EQ(coreQuotedPrintable(c.text, chunk, c.encodedWord), c.want)
+          << c.why << ", chunk " << chunk;
+    }
+    for (std::size_t block : kBlocks) {
+      for (int pass : {0, 1, 2}) {
+        EXPECT_EQ(throughReader<QuotedPrintable>(c.text, block, pass, c.encodedWord), c.want)
+            << c.why << ", block " << block << ", pass " << pass;
+      }
+    }
+    EXPECT_EQ(QuotedPrintable::decode(c.text, c.encodedWord), c.want.bytes) << c.why;
+  }
 }
 
-TEST(Skipper, ConsumesTheBodyAndKeepsTheBoundaryLine) {
+TEST(BodyReaders, Boundaries) {
+  enum Kind { kSkip, kCapture, kBase64, kQuotedPrintable };
+  const std::string longLine = "--b" + std::string(10000, 'x') + "\n";
   const struct {
+    Kind kind;
     std::string body;
-    bool emptyAfter;
-    std::string stopLine;
-    bool ended;
+    const char* sentinel;  // the enclosing one is "--OUTER"
+    std::string image, stopLine;
+    bool emptyAfter, ended;
+    const char* complaint;
+    const char* rest;  // the next line left in the stream
     const char* why;
   } cases[] = {
-      {"x\n\n--b\nnext\n", false, "--b", false, "a line with a byte is content"},
-      {"\n\r\n\n--B--\n", true, "--B--", false, "empty lines are not; the boundary line is not"},
-      {" \n--b\n", false, "--b", false, "a blank is a byte"},
-      {"\n\n", true, "", true, "no boundary line: the body runs to the end"},
-      {"--b" + std::string(10000, 'x') + "\n", true, "--b" + std::string(13, 'x'), false,
+      {kBase64, "QU\n--B--\nJD\n", "--b", "", "--B--", false, false, kBase64End, "JD",
+       "the boundary line ends the body, without regard to case"},
+      {kBase64, "QUJD\n--outer--\nQUJD\n", "--b", "ABC", "--outer--", false, false, kParent, "QUJD",
+       "so does the enclosing one, with a complaint"},
+      {kQuotedPrintable, "=41\n", "--b", "A\n", "", false, true, kUnterminated, "",
+       "no boundary line before the end"},
+      {kSkip, "x\n\n--b\nnext\n", "--b", "", "--b", false, false, nullptr, "next",
+       "a line with a byte is content"},
+      {kSkip, "\n\r\n\n--B--\n", "--b", "", "--B--", true, false, nullptr, "",
+       "empty lines are not, nor is the boundary line"},
+      {kSkip, " \n--b\n", "--b", "", "--b", false, false, nullptr, "", "a blank is a byte"},
+      {kSkip, "\n\n", "--b", "", "", true, true, kUnterminated, "", "no boundary line"},
+      {kSkip, longLine, "--b", "", "--b" + std::string(13, 'x'), true, false, nullptr, "",
        "only the head of a long boundary line is kept"},
+      {kSkip, "--a\n--\nx", "", "", "", false, true, nullptr, "",
+       "a body without boundary has no boundary line, and its end is no complaint"},
+      {kCapture, "PK\x03\x04\r\nline\n\n--b\n", "--b", "PK\x03\x04\nline\n\n", "--b", false, false,
+       nullptr, "", "captured lines keep their line feeds, CR LF as LF"},
   };
   for (const auto& c : cases) {
     for (std::size_t block : kBlocks) {
       scanner::LineReader reader(block);
       reader.openMemory(c.body);
       Sink sink;
-      Skipper skipper(reader, &sink, "--b");
-      EXPECT_STREQ(skipper.name(), "Sk");
+      std::unique_ptr<Interface> decoder;
+      if (c.kind == kBase64) {
+        decoder = std::make_unique<Base64>(reader, &sink, c.sentinel, "--OUTER", true);
+      } else if (c.kind == kQuotedPrintable) {
+        decoder = std::make_unique<QuotedPrintable>(reader, &sink, c.sentinel, "--OUTER", true);
+      } else {
+        decoder = std::make_unique<Skipper>(reader, &sink, c.sentinel, "--OUTER", true);
+      }
+      scanner::ImageBuffer image;
       bool empty = true;
-      skipper.skipBody(empty, kKeep);
+      decoder->skipBody(empty, 16, c.kind == kSkip ? nullptr : &image);
+      EXPECT_EQ(std::string(image.view()), c.image) << c.why << ", block " << block;
+      EXPECT_EQ(decoder->stopLine(), c.stopLine) << c.why;
       EXPECT_EQ(empty, c.emptyAfter) << c.why;
-      EXPECT_EQ(skipper.stopLine(), c.stopLine) << c.why;
-      EXPECT_EQ(skipper.ended(), c.ended) << c.why;
-      EXPECT_EQ(sink.texts.count(kUnterminated), c.ended ? 1u : 0u) << c.why;
+      EXPECT_EQ(decoder->ended(), c.ended) << c.why;
+      EXPECT_EQ(sink.texts, c.complaint ? Set{c.complaint} : Set{}) << c.why;
+      EXPECT_EQ(decoder->errors(), c.complaint ? 1 : 0) << c.why;
+      std::string_view rest;
+      EXPECT_EQ(reader.next(rest) ? rest : "", c.rest) << c.why;
     }
   }
 }
 
-TEST(Skipper, BodyWithoutBoundaryRunsToTheEndWithoutComplaint) {
-  scanner::LineReader reader(3);
-  reader.openMemory("--a\n--\nx");
-  Sink sink;
-  Skipper skipper(reader, &sink, "");
-  bool empty = true;
-  skipper.skipBody(empty, kKeep);
-  EXPECT_TRUE(skipper.ended());
-  EXPECT_FALSE(empty);
-  EXPECT_TRUE(sink.texts.empty());
+TEST(BodyReaders, LineKinds) {
+  using Kind = Interface::LineKind;
+  scanner::LineReader reader;
+  const Skipper inner(reader, nullptr, "--in", "--out", true);
+  const Skipper noParent(reader, nullptr, "--in", "--out", false);
+  const Skipper unbounded(reader, nullptr, "");
+  EXPECT_EQ(inner.classify("--IN--  trailing"), Kind::Stop) << "a prefix, whatever the case";
+  EXPECT_EQ(inner.classify("--i"), Kind::Body) << "too short";
+  EXPECT_EQ(inner.classify(" --in"), Kind::Body) << "not at the start";
+  EXPECT_EQ(inner.classify("--OUT--"), Kind::ParentStop);
+  EXPECT_EQ(noParent.classify("--out"), Kind::Body) << "no enclosing boundary to stop at";
+  EXPECT_EQ(unbounded.classify("--"), Kind::Body);
+  EXPECT_EQ(unbounded.classify(""), Kind::Body);
 }
 
-TEST(Skipper, CapturedRunsOfLinesDecodeLikeSingleLines) {
-  // With body text already seen, runs of lines go to the decoder at once; lines beginning with
-  // "-" (a stranger to base64) are still looked at one by one.
-  std::string body;
-  for (int i = 0; i < 300; ++i) body += i % 37 == 5 ? "-QUJD\r\n" : "QUJDQUJDQUJDQUJDQUJD\n";
+TEST(BodyReaders, RunsOfLinesDecodeLikeSingleLines) {
+  // Once the body has text, runs of lines go to the decoder at once; lines beginning with "-"
+  // (a stranger to base64) are still looked at one by one.
+  std::string body, want;
+  for (int i = 0; i < 300; ++i) {
+    body += i % 37 == 5 ? "-QUJD\r\n" : "QUJDQUJDQUJDQUJDQUJD\n";
+    want += i % 37 == 5 ? "ABC" : "ABCABCABCABCABC";
+  }
   body += "--B--\ntrailing\n";
   for (std::size_t block : {std::size_t{3}, std::size_t{64}, std::size_t{4096}}) {
     for (bool emptyBefore : {true, false}) {
       scanner::LineReader reader(block);
       reader.openMemory(body);
-      Sink sink;
-      Base64 decoder(reader, &sink, "--b");
+      Base64 decoder(reader, nullptr, "--b");
       scanner::ImageBuffer image;
       bool empty = emptyBefore;
-      decoder.skipBody(empty, kKeep, &image);
-      std::string want;
-      for (int i = 0; i < 300; ++i) want += i % 37 == 5 ? "ABC" : "ABCABCABCABCABC";
+      decoder.skipBody(empty, 16, &image);
       EXPECT_EQ(std::string(image.view()), want) << "block " << block;
       EXPECT_EQ(decoder.errors(), 8) << "one '-' per marked line";
       EXPECT_EQ(decoder.stopLine(), "--B--");
-      EXPECT_FALSE(empty);
       std::string_view rest;
-      ASSERT_TRUE(reader.next(rest));
-      EXPECT_EQ(rest, "trailing");
+      EXPECT_TRUE(reader.next(rest) && rest == "trailing");
     }
   }
 }
 
-TEST(Skipper, CapturesLinesAsTheyAre) {
-  // A ZIP part without transfer encoding: each line with the line feed it had, CR LF as LF.
-  scanner::LineReader raw(5);
-  raw.openMemory("PK\x03\x04\r\nline\n\n--b\n");
-  Sink sink;
-  Skipper asIs(raw, &sink, "--b");
-  scanner::ImageBuffer image;
-  bool empty = true;
-  asIs.skipBody(empty, kKeep, &image);
-  EXPECT_EQ(std::string(image.view()), "PK\x03\x04\nline\n\n");
-  EXPECT_EQ(asIs.stopLine(), "--b");
+TEST(BodyReaders, ByteInterface) {
+  // Asked again after a group without bytes, decoding goes on after it.
+  scanner::LineReader reader(3);
+  reader.openMemory("QUJD====QUJD\n");
+  Base64 decoder(reader, nullptr, "");
+  for (int round = 0; round < 2; ++round) {
+    std::string bytes;
+    for (unsigned char byte; decoder.nextByte(byte);) bytes.push_back(static_cast<char>(byte));
+    EXPECT_EQ(bytes, "ABC") << round;
+  }
+  // Decoded lines end at CR or LF; a CR LF or LF CR pair is one line end.
+  scanner::LineReader lines(2);
+  lines.openMemory("a=0D=0Ab=0A=0Dc=0D=0D=0Ad\n");
+  QuotedPrintable qp(lines, nullptr, "");
+  std::vector<std::string> got;
+  for (std::string line; qp.readLine(line);) got.push_back(line);
+  EXPECT_EQ(got, (std::vector<std::string>{"a", "b", "c", "", "d"}));
 }
 
 }  // namespace

@@ -70,6 +70,7 @@ TEST(NameRules, TopLevelBoundaryIsSearchedInTheWholeLine) {
       {"Content-Type: text/plain; boundary=x", true, "x"},  // whatever the media type
       {"Content-Type: text/plain", false, ""},
       {"boundary=early but not from byte 10", false, ""},
+      {"boundary=x", false, ""},  // no byte 10 at all
       {"Content-Type: multipart/mixed; BOUNDARY=x", false, ""},
   };
   for (const auto& c : cases) {

@@ -1,0 +1,386 @@
+// The CLI session against scripted servers: answers taken apart, the logins line by line and
+// their refusals, answers in pieces, a server that hangs up, the messages shown for errors; and
+// the command set: the line of each line shape and of each hand-written command, the list of
+// every command with its data flag, the argument checks that stop a line before it is sent.
+#include <fstream>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "access/cli_session.h"
+#include "access/scripted_server.h"
+#include "cgp/dataset_text.h"
+#include "kvs/md5.h"
+
+namespace {
+
+using cgp::CLISession;
+using cgp::DataSet;
+using namespace testing_server;
+using Lines = std::vector<std::string>;
+
+TEST(CliAnswer, Parsing) {
+  const struct {
+    const char* raw;
+    int code;
+    const char* status;
+    const char* data;
+  } rows[] = {
+      {"201 {a = b;}\r\n", 201, "OK", "{a = b;}\r\n"},
+      {"200\r\n", 200, "OK", "200\r\n"},  // no blank: the whole line is the data
+      {"512 \t unknown  \r\n", 512, "unknown", ""},
+      {"501\r\n", 501, "501", ""},
+  };
+  for (const auto& row : rows) {
+    const cgp::CLIAnswer a = CLISession::parseAnswer(row.raw);
+    EXPECT_EQ(a.code, row.code) << row.raw;
+    EXPECT_EQ(a.status, row.status) << row.raw;
+    EXPECT_EQ(a.data, row.data) << row.raw;
+  }
+  try {
+    (void)CLISession::parseAnswer(" 200 OK\r\n");
+    ADD_FAILURE() << "accepted a leading blank";
+  } catch (const kvs::InvalidServerResponseException& e) {
+    EXPECT_STREQ(e.what(), "200 OK");
+  }
+  for (const char* raw : {"OK fine\r\n", "000 zero\r\n", "\r\n"}) {
+    EXPECT_THROW((void)CLISession::parseAnswer(raw), kvs::ProtocolException) << raw;
+  }
+}
+
+// The greeting, then each answer after a line from the client; a login takes two.
+std::vector<Step> script(const std::string& greeting, const Lines& answers = {"200 OK", "200 OK"}) {
+  std::vector<Step> steps = {send(greeting + "\r\n")};
+  for (const std::string& a : answers) steps.insert(steps.end(), {receive(), send(a + "\r\n")});
+  return steps;
+}
+
+// The lines the server sees for each login method, and the error of each refusal.
+TEST(CliLogin, Methods) {
+  const std::string digest = "APOP u " + kvs::md5Hex("<1.2@h>p w"), web = "AUTH WEBUSER u p w";
+  const std::string refused = "Invalid username or password";
+  const std::uint32_t kPlain = CLISession::kPlain, kApop = CLISession::kDigest,
+                      kWeb = CLISession::kWebUser;
+  const struct {
+    std::uint32_t method;
+    std::vector<Step> script;
+    std::string error;
+    Lines lines;
+  } cases[] = {
+      {kApop, script("200 <1.2@h>"), "", {digest, "inline"}},
+      {kWeb, script("200 ready"), "", {web, "inline"}},
+      {kPlain,
+       script("200 ready", {"300 PASS", "200 OK", "200 OK"}),
+       "",
+       {"user u", "pass p w", "inline"}},
+      {kApop, script("200 <1.2@h>", {"515 wrong"}), refused + " (wrong)", {digest}},
+      {kWeb, script("200 ready", {"500"}), refused + " (500)", {web}},
+      {kWeb, script("200 ready", {"500 "}), refused, {web}},
+      {kPlain, script("200 ready", {"510 no such user"}), refused + " (no such user)", {"user u"}},
+      {kPlain,
+       script("200 ready", {"300 PASS", "515 bad"}),
+       refused + " (bad)",
+       {"user u", "pass p w"}},
+      // Nothing is sent without a stamp to digest, or for an unknown method.
+      {kApop, script("200 no stamp ", {}), "200 no stamp", {}},
+      {3, script("200 ready", {}), "invalid or missing argument", {}},
+  };
+  for (const auto& c : cases) {
+    std::vector<Step> steps = c.script;
+    steps.push_back(receive());  // sees the client leave, or a line too many
+    ScriptedServer server(steps);
+    try {
+      CLISession s("127.0.0.1", server.port(), "u", "p w", c.method);
+      EXPECT_EQ("", c.error);
+    } catch (const kvs::ProtocolException& e) {
+      EXPECT_EQ(e.what(), c.error);
+    }
+    EXPECT_EQ(server.finish(), c.lines) << c.error;
+  }
+}
+
+// The default session and the login test take the process-wide settings.
+TEST(CliLogin, SettingsAndTheLoginTest) {
+  const cgp::CLISettings saved = CLISession::settings();
+  {
+    ScriptedServer server(script("200 ready"));
+    CLISession::settings() = {CLISession::kWebUser, server.port(), "127.0.0.1", "admin", "pw"};
+    CLISession s;
+    EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline"}));
+  }
+  // The login test never throws; `reached` tells whether the server answered at all.
+  const struct {
+    std::vector<Step> script;
+    bool ok, reached;
+    std::string error;
+  } cases[] = {
+      {script("200 ready"), true, true, ""},
+      {script("200 ready", {"515 nope"}), false, true, "Invalid username or password (nope)"},
+      {{hangUp()}, false, false, "ConnectionResetException"},
+  };
+  for (const auto& c : cases) {
+    ScriptedServer server(c.script);
+    CLISession::settings().port = server.port();
+    std::string error;
+    bool reached = !c.reached;
+    EXPECT_EQ(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached), c.ok);
+    EXPECT_EQ(reached, c.reached);
+    EXPECT_EQ(error, c.error);
+  }
+  {
+    kvs::sock::socket probe;  // a port that nothing listens on: bound once, then given back
+    probe.create();
+    probe.bindAndListen(0, true, "127.0.0.1");
+    CLISession::settings().port = probe.localPort();
+  }
+  std::string error;
+  bool reached = true;
+  EXPECT_FALSE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
+  EXPECT_FALSE(reached);
+  EXPECT_EQ(error, "UnableToConnectException");
+  CLISession::settings() = saved;
+}
+
+TEST(CliSession, AnswersInPiecesAndHangUps) {
+  // The greeting and the answers arrive in pieces; a lone CR at a chunk's end ends nothing.
+  ScriptedServer server({send("200 re"),     pause(40), send("ady\r"),    pause(40),
+                         send("\n"),         receive(), send("20"),       pause(40),
+                         send("0 OK\r"),     pause(40), send("\n"),       receive(),
+                         send("200 OK\r\n"), receive(), send("201 (a,"),  pause(40),
+                         send("b)\r\n"),     receive(), send("201 (a,b"), hangUp()});
+  CLISession s("127.0.0.1", server.port(), "u", "pw", CLISession::kWebUser);
+  s.setReceiveTimeout(5000);
+  EXPECT_EQ(s.ListDomains().count(), 2u);
+  EXPECT_THROW((void)s.ListDomains(), kvs::ConnectionResetException);
+  EXPECT_FALSE(s.isOpen());
+}
+
+TEST(CliSession, DataAnswersAndRefusals) {
+  ScriptedServer server(
+      {send("200 ready\r\n"), receive(), send("200 OK\r\n"), receive(), send("200 OK\r\n"),
+       // 201: the data is on the answer line
+       receive(), send("201 {Name = \"x y\"; Count = 3;}\r\n"),
+       // 200: the data follows on the next line, here in a later chunk
+       receive(), send("200 data follow\r\n"), pause(50), send("(d.com,e.com)\r\n"),
+       // 200 with its data line in the same chunk
+       receive(), send("200 data follow\r\n(a)\r\n"),
+       // refusals, one of them read without throwing
+       receive(), send("512 Unknown account  \r\n"), receive(), send("500 unknown command\r\n")});
+  CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
+  session.setReceiveTimeout(5000);
+  const DataSet settings = session.GetAccountSettings("u@d.com");
+  EXPECT_EQ(settings.get("Name").getText(), "x y");
+  EXPECT_EQ(settings.get("Count").getText(), "3");
+  const DataSet domains = session.ListDomains();
+  ASSERT_EQ(domains.count(), 2u);
+  EXPECT_EQ(domains.at(1).getText(), "e.com");
+  EXPECT_EQ(session.ListAccounts().getText(), "a");  // one-element array reads as its element
+  try {
+    session.DeleteAccount("u@d.com");
+    ADD_FAILURE() << "no error";
+  } catch (const cgp::CLIException& e) {
+    EXPECT_STREQ(e.what(), "Unknown account");
+    EXPECT_EQ(e.getCode(), 512);
+  }
+  session.sendCommand("Bogus");
+  session.readAnswer(false);
+  EXPECT_EQ(session.lastCode(), 500);
+  EXPECT_EQ(session.lastStatus(), "unknown command");
+}
+
+TEST(CliSession, MessagesForErrors) {
+  EXPECT_EQ(CLISession::describe(kvs::UnableToConnectException()), "Unable to connect to server");
+  EXPECT_EQ(CLISession::describe(kvs::ConnectionResetException()),
+            "Connection with the server has reset");
+  EXPECT_EQ(CLISession::describe(cgp::CLIException("Unknown account", 512)),
+            "CLI module reported: Unknown account");
+  EXPECT_EQ(CLISession::describe(kvs::InvalidLoginException("Invalid username or password")),
+            "Invalid username or password");
+  // Every other error, protocol errors with a text of their own included.
+  EXPECT_EQ(CLISession::describe(kvs::PortAlreadyUsedException()), "Unhandled error");
+  EXPECT_EQ(CLISession::describe(kvs::InvalidServerPromptException("200 no stamp")),
+            "Unhandled error");
+  EXPECT_EQ(CLISession::describe(kvs::ProtocolException("invalid or missing argument")),
+            "Unhandled error");
+}
+
+// ---- The command set ----
+
+DataSet dict() {
+  return cgp::parseDataSet("{k = v;}");
+}
+DataSet arr() {
+  return cgp::parseDataSet("(a, b)");
+}
+
+// Every command, each once, with whether it is answered with data: the list beside this file.
+std::map<std::string, bool> listedCommands() {
+  std::ifstream in(VELMORA_SOURCE_DIR "/access/testdata/cli_commands.txt");
+  std::map<std::string, bool> listed;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line[0] != '#')
+      listed[line.substr(0, line.find(' '))] = line.ends_with(" data");
+  }
+  return listed;
+}
+
+struct Row {
+  std::function<DataSet(CLISession&)> call;
+  std::string line;
+};
+
+#define D(call) [](CLISession& s) { return s.call; }
+#define V(call) [](CLISession& s) { return s.call, DataSet(); }
+
+// One command of each line shape of the table (both forms where a part is optional), then
+// every hand-written command; each line written out in full, as the server must receive it.
+const std::vector<Row> kRows = {
+    {D(GetBanned()), "GetBanned"},
+    {V(DeleteAccount("u")), "DeleteAccount u"},
+    {D(ListAccounts()), "ListAccounts"},
+    {D(ListAccounts("d")), "ListAccounts d"},
+    {D(GetSubscriberInfo("l", "s")), "GetSubscriberInfo l NAME s"},
+    {D(GetAccountStat("u")), "GetAccountStat u"},
+    {D(GetAccountStat("u", "Logins")), "GetAccountStat u Key Logins"},
+    {V(SetBanned(dict())), "SetBanned {k = v;}"},
+    {V(SetServerRules(arr())), "SetServerRules (a,b)"},
+    {V(SetAccountSettings("u", dict())), "SetAccountSettings u {k = v;}"},
+    {V(SetAccountTemplate("d", dict())), "SetAccountTemplate d {k = v;}"},
+    {V(SetAccountTemplate("", dict())), "SetAccountTemplate {k = v;}"},
+    {V(SetAccountAliases("u", arr())), "SetAccountAliases u (a,b)"},
+    {V(CreateDomain("d")), "CreateDomain d"},
+    {V(CreateDomain("d", dict())), "CreateDomain d {k = v;}"},
+    {V(PostClusterAlert("disk \"full\"")), "PostClusterAlert \"disk \\\"full\\\"\""},
+    {V(SetAccountPassword("u", "new pass")), "SetAccountPassword u TO \"new pass\""},
+    {V(SetBlacklistedIPs("1.1.1.1\\e2.2.2.2")), "SetBlacklistedIPs \"1.1.1.1\\e2.2.2.2\""},
+    {D(ListServerSkinFiles("B")), "ListServerSkinFiles \"B\""},
+    {V(CreateDomainSkin("d", "B")), "CreateDomainSkin d SKIN \"B\""},
+    // Hand-written.
+    {V(CreateAccount("u")), "CreateAccount u"},
+    {V(CreateAccount("u", dict(), true)), "CreateAccount u {k = v;} external"},
+    {V(CreateMailbox("u", "say \"hi\"")), "CreateMailbox u MAILBOX \"say \"hi\"\""},
+    {V(DeleteMailbox("u", "O", true, "v")), "DeleteMailbox u MAILBOXES \"O\" AUTH v"},
+    {V(RenameMailbox("u", "A", "B", true, "v")),
+     "RenameMailbox u MAILBOXES \"A\" INTO \"B\" AUTH v"},
+    {D(GetMailboxInfo("u", "I")), "GetMailboxInfo u MAILBOX \"I\""},
+    {D(GetMailboxACL("u", "I", "v")), "GetMailboxACL u MAILBOX \"I\" AUTH v"},
+    {V(SetMailboxACL("u", "I", dict(), "v")), "SetMailboxACL u MAILBOX \"I\" AUTH v {k = v;}"},
+    {D(GetMailboxRights("u", "I", "v")), "GetMailboxRights u MAILBOX \"I\" AUTH v"},
+    {V(SetMailboxClass("u", "C", "a b", "v")),
+     "SetMailboxClass u MAILBOX \"C\" AUTH v CLASS \"a b\""},
+    {V(UpdateMailboxInfo("u", "I", dict())), "UpdateMailboxInfo u MAILBOX \"I\" {k = v;}"},
+    {D(ListMailboxes("u")), "ListMailboxes u"},
+    {D(ListMailboxes("u", "A*", "v")), "ListMailboxes u FILTER \"A*\" AUTH v"},
+    {D(ListSubscribers("l", "@e")), "ListSubscribers l FILTER \"@e\""},
+    {V(List("l", "feed", "s", true, true)), "List l feed s silently confirm"},
+    {V(ProcessBounce("l", "s")), "ProcessBounce l FOR s"},
+    {V(ProcessBounce("l", "s", true)), "ProcessBounce l FATAL FOR s"},
+    {V(SetPostingMode("l", "s", "MODERATEALL")), "SetPostingMode l FOR s MODERATEALL"},
+    {D(Route("u", true)), "Route u mail"},
+    {V(DeleteDomain("d", true)), "DeleteDomain d force"},
+    {D(CreateWebUserSession("u", "1.1.1.1", "B")),
+     "CreateWebUserSession u ADDRESS 1.1.1.1 SKIN \"B\""},
+    {V(RenameClusterSkin("B", "R")), "RenameClusterSkin \"B\" INTO \"R\""},
+    {V(RenameServerSkin("B", "R")), "RenameServerSkin \"B\" INTO \"R\""},
+    {V(RenameDomainSkin("d", "B", "R")), "RenameDomainSkin d SKIN \"B\" INTO \"R\""},
+    {D(ReadClusterSkinFile("B", "f")), "ReadClusterSkinFile \"B\" FILE \"f\""},
+    {D(ReadServerSkinFile("B", "f")), "ReadServerSkinFile \"B\" FILE \"f\""},
+    {D(ReadDomainSkinFile("d", "B", "f")), "ReadDomainSkinFile d SKIN \"B\" FILE \"f\""},
+    {V(StoreClusterSkinFile("B", "f", "R0")), "StoreClusterSkinFile \"B\" FILE \"f\" DATA \"R0\""},
+    {V(DeleteClusterSkinFile("B", "f")), "StoreClusterSkinFile \"B\" FILE \"f\" DELETE"},
+    {V(StoreServerSkinFile("B", "f", "R0")), "StoreServerSkinFile \"B\" FILE \"f\" DATA \"R0\""},
+    {V(DeleteServerSkinFile("B", "f")), "StoreServerSkinFile \"B\" FILE \"f\" DELETE"},
+    {V(StoreDomainSkinFile("d", "B", "f", "R0")),
+     "StoreDomainSkinFile d SKIN \"B\" FILE \"f\" DATA \"R0\""},
+    {V(DeleteDomainSkinFile("d", "B", "f")), "StoreDomainSkinFile d SKIN \"B\" FILE \"f\" DELETE"},
+    {D(GetWebFile("u", "a")), "GetWebFile u FILE \"a\""},
+    {D(GetWebFile("u", "a", 100, 2048)), "GetWebFile u FILE \"a\" OFFSET 100 SIZE 2048"},
+    {V(PutWebFile("u", "a", DataSet::block("SGk="))), "PutWebFile u FILE \"a\" DATA [SGk=]"},
+    {V(PutWebFile("u", "a", 7, DataSet::block("SGk="))),
+     "PutWebFile u FILE \"a\" OFFSET 7 DATA [SGk=]"},
+    {V(PutWebUserInterface("d", "x", DataSet::block("AA=="))),
+     "PutWebUserInterface d FILE \"x\" DATA [AA==]"},
+    {V(DeleteWebFile("u", "a")), "DeleteWebFile u FILE \"a\""},
+    {V(DeleteWebUserInterface("d", "x")), "DeleteWebUserInterface d FILE \"x\""},
+    {D(GetWebUserInterface("d", "x")), "GetWebUserInterface d FILE \"x\""},
+    {D(ListWebUserInterface("d", "x")), "ListWebUserInterface d FILE \"x\""},
+    {V(RenameWebFile("u", "a", "b")), "RenameWebFile u FILE \"a\" INTO \"b\""},
+    {D(ListWebFiles("u", "pub/")), "ListWebFiles u PATH \"pub/\""},
+    {V(WriteLog(2, "hello world")), "WriteLog 2 \"hello world\""},
+    {V(RejectQueueMessage("12")), "RejectQueueMessage 12"},
+    {V(RejectQueueMessage("12", "NONDN")), "RejectQueueMessage 12 NONDN"},
+};
+
+#undef D
+#undef V
+
+std::string commandOf(const std::string& line) {
+  return line.substr(0, line.find(' '));
+}
+
+TEST(CliCommands, RowsBuildTheirLines) {
+  const auto listed = listedCommands();
+  Lines answers = {"200 OK", "200 OK"};
+  for (const Row& row : kRows)
+    answers.push_back(listed.at(commandOf(row.line)) ? "201 x" : "200 OK");
+  ScriptedServer server(script("200 ready", answers));
+  CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
+  for (const Row& row : kRows) {
+    const DataSet result = row.call(session);
+    EXPECT_EQ(result.getText(), listed.at(commandOf(row.line)) ? "x" : "") << row.line;
+  }
+  const Lines lines = server.finish();
+  ASSERT_EQ(lines.size(), kRows.size() + 2);
+  for (std::size_t i = 0; i < kRows.size(); ++i) EXPECT_EQ(lines[i + 2], kRows[i].line);
+}
+
+TEST(CliCommands, ListHoldsEveryCommandWithItsDataFlag) {
+  const auto listed = listedCommands();
+  ASSERT_EQ(listed.size(), 214u);
+  std::map<std::string, bool> offered;
+  for (const auto& c : CLISession::commands()) {
+    EXPECT_TRUE(offered.emplace(c.name, c.returnsData).second) << c.name << " twice";
+  }
+  EXPECT_EQ(offered, listed);
+  EXPECT_STREQ(CLISession::findCommand("WriteLog")->name, "WriteLog");
+  EXPECT_EQ(CLISession::findCommand("getaccountsettings"), nullptr);  // case matters
+}
+
+// Each call must throw before anything is sent: the server sees only the login.
+TEST(CliCommands, BadArgumentsAreRefusedBeforeSending) {
+  const std::function<void(CLISession&)> calls[] = {
+      [](CLISession& s) { s.GetAccountSettings(""); },
+      [](CLISession& s) { s.CreateForwarder("f", ""); },
+      [](CLISession& s) { s.CreateMailbox("u", ""); },
+      [](CLISession& s) { s.GetMailboxRights("u", "I", ""); },
+      [](CLISession& s) { s.SetAccountSettings("u", DataSet::dictionary()); },
+      [](CLISession& s) { s.SetAccountSettings("u", arr()); },
+      [](CLISession& s) { s.SetAccountRules("u", DataSet::array()); },
+      [](CLISession& s) { s.SetServerRules(dict()); },
+      [](CLISession& s) { s.SetAccountPassword("u", ""); },
+      [](CLISession& s) { s.CreateDomain("d", DataSet("text")); },
+      [](CLISession& s) { s.PutWebFile("u", "a", DataSet()); },
+      [](CLISession& s) { s.List("l", "", "s"); },
+      [](CLISession& s) { s.CreateServerSkin(""); },
+      [](CLISession& s) { s.RenameServerSkin("o", ""); },
+      [](CLISession& s) { s.StoreServerSkinFile("B", "f", ""); },
+  };
+  ScriptedServer server(script("200 ready", {"200 OK", "200 OK", "200 OK"}));
+  CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
+  for (std::size_t i = 0; i < std::size(calls); ++i) {
+    try {
+      calls[i](session);
+      ADD_FAILURE() << "no error " << i;
+    } catch (const kvs::ProtocolException& e) {
+      EXPECT_STREQ(e.what(), "invalid or missing argument") << i;
+      EXPECT_EQ(dynamic_cast<const cgp::CLIException*>(&e), nullptr) << i;
+    }
+  }
+  session.Quit();
+  EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline", "Quit"}));
+}
+
+}  // namespace

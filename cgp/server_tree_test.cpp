@@ -1,0 +1,221 @@
+// The lookups over the test server's tree (tests/data/base): domains, accounts, mailboxes, IPs,
+// aliases, forwarders, groups, lists and the router; the lines they write without any trace;
+// and the rereading of changed files.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "cgp/base_directory.h"
+#include "cgp/domain_data.h"
+#include "cgp/router.h"
+#include "cgp/server_data.h"
+#include "cgp/test_support.h"
+
+namespace cgp {
+namespace {
+
+using testing::CapturedOutput;
+using testing::ScratchDirectory;
+using Table = std::map<std::string, std::string>;
+
+class ServerTree : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CapturedOutput quiet;  // the broken test domain's parser line
+    scanDomains(data);
+    ASSERT_TRUE(loadRouter(data));
+  }
+  ServerData data{testing::testBase()};
+};
+
+TEST_F(ServerTree, ScanFindsLowerCaseDomainDirectoriesAndTheRouterFiles) {
+  const DomainTables tables = data.domainTables();
+  EXPECT_EQ(tables.local, (Table{{"broken.test", "Domains/broken.test"},
+                                 {"example.com", "Domains/example.com"},
+                                 {"main.test", "Accounts"}}));
+  EXPECT_EQ(tables.shared, (Table{{"shared.test", "SharedDomains/shared.test"}}));
+  const std::vector<std::pair<std::string, std::string>> records{
+      {"broken.test", "Domains/broken.test"}, {"example.com", "Domains/example.com"}};
+  EXPECT_EQ(tables.records, records);
+
+  const RouterTable router = data.routerTable();
+  EXPECT_EQ(router.addressEntries.size(), 9u);
+  ASSERT_EQ(router.domainEntries.size(), 5u);
+  EXPECT_EQ(router.domainEntries.back().left, "shared-alias.test") << "the shared table is last";
+  EXPECT_EQ(router.settings.domainQualifier, "main.test");
+  EXPECT_TRUE(router.settings.extendNonQualifiedDomains);
+  EXPECT_EQ(router.settings.globalAliases, (Table{{"root", "postmaster"}}));
+}
+
+TEST_F(ServerTree, SharedBaseIsScannedWhenSet) {
+  ScratchDirectory cluster;
+  cluster.write("SharedDomains/cluster.test/Settings/domain.settings", "{}");
+  cluster.write("SharedDomains/Settings/Router.data", "");
+  ServerData clustered(testing::testBase(), cluster.path().string());
+  CapturedOutput quiet;
+  scanDomains(clustered);
+  EXPECT_EQ(clustered.domainTables().shared,
+            (Table{{"cluster.test", cluster.path().string() + "/SharedDomains/cluster.test"},
+                   {"shared.test", "SharedDomains/shared.test"}}));
+}
+
+// What a lookup answers; "-" where it finds nothing.
+std::string answer(const std::string& lookup, const std::string& given, ServerData& data) {
+  std::string text = given;
+  const std::size_t blank = given.find(' ');
+  EMail address = EMail::parse(given.substr(blank == std::string::npos ? 0 : blank + 1));
+  if (lookup == "real-domain") {
+    realDomainName(text, data);
+  } else if (lookup == "real-account") {
+    realAccountName(text, data);
+  } else if (lookup == "account-path") {
+    text = accountPath(address.account, address.domain, data);
+  } else if (lookup == "mailbox-path") {
+    text = mailboxPath(given.substr(0, blank), address.account, address.domain, data);
+  } else if (lookup == "domain-of-ip") {
+    domainOfIP(text, data);
+  } else if (lookup == "alias") {
+    text = resolveAlias(address, data) ? address.text() : "";
+  } else if (lookup == "forwarder") {
+    text = resolveForwarder(address, 0, data) ? address.text() : "";
+  } else if (lookup == "group") {
+    text = isGroup(address, data) ? "group" : "";
+  } else if (lookup == "list") {
+    text = isListAddress(address, data) ? "list" : "";
+  } else if (lookup == "domain-of-alias") {
+    text = domainOfAlias(given, data);
+  } else if (lookup == "route") {
+    text = route(address, data).text();
+    return text + ", " + std::to_string(data.routerTable().passes);
+  } else {
+    ADD_FAILURE() << "no lookup " << lookup;
+  }
+  return text.empty() ? "-" : text;
+}
+
+// The lookups and their answers stand in a file beside the tree.
+TEST_F(ServerTree, Lookups) {
+  std::ifstream in(std::string(VELMORA_SOURCE_DIR) + "/tests/data/base-lookups.txt");
+  CapturedOutput quiet;
+  int count = 0;
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const std::size_t arrow = line.find(" -> ");
+    ASSERT_NE(arrow, std::string::npos) << line;
+    const std::size_t blank = std::min(line.find(' '), arrow);
+    const std::string given = blank == arrow ? "" : line.substr(blank + 1, arrow - blank - 1);
+    EXPECT_EQ(answer(line.substr(0, blank), given, data), line.substr(arrow + 4)) << line;
+    ++count;
+  }
+  EXPECT_GT(count, 0) << "no lookups read";
+}
+
+// With every trace off, these lines are still written.
+TEST_F(ServerTree, LinesWrittenWithoutTheTrace) {
+  CapturedOutput out;
+  std::string ip = "203.0.113.5";
+  domainOfIP(ip, data);
+  (void)route(EMail::parse("bad@main.test"), data);
+  (void)route(EMail::parse("ping@main.test"), data);  // its entries come before the invalid one
+  logDomainDataCounts(data);
+  EXPECT_EQ(out.lines(),
+            (std::vector<std::string>{
+                "* BaseDir: No explicitely defined entry found, fallback to example.com",
+                "* Router: Invalid router entry (<bad@main.test> = x*y@main.test), check the "
+                "Router webadmin page of CGPro",
+                "* Router: Internal loop into filter's router. If there's no internal loop into "
+                "Communigate Pro router, please contact Korvantis.",
+                "* (2) Counted Groups", "* (9) Counted Forwarders", "* (2) Counted Lists"}));
+}
+
+TEST(RouterTable, LineSyntax) {
+  std::vector<RouterEntry> addresses, domains;
+  parseRouterTable(
+      "; comment only\n\nno equals sign here\n"
+      "<a@b> = <c@d> ; trailing comment\r\n"
+      "\t x.test \t=\t y.test\t\n"
+      "<p*s@q> = r*t@u = v\n"  // split at the first "="
+      "left = \n"
+      "lone=<x>\n"
+      "<*> = **\n"
+      "a;b = c\n"
+      "\rcr.test = d.test\r\r\n"
+      "<> = <>\n",
+      addresses, domains);
+  // Each side splits at its first "*" (shown as "|").
+  const auto sides = [](const std::vector<RouterEntry>& entries) {
+    std::vector<std::string> out;
+    for (const RouterEntry& e : entries) {
+      out.push_back(e.leftPrefix + (e.leftStar ? "|" : "") + e.leftSuffix + " = " + e.rightPrefix +
+                    (e.rightStar ? "|" : "") + e.rightSuffix);
+    }
+    return out;
+  };
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(sides(addresses), (Lines{"a@b = c@d", "p|s@q = r|t@u = v", "| = |*", " = "}));
+  // Only the line's last carriage return goes.
+  EXPECT_EQ(sides(domains),
+            (Lines{"x.test = y.test", "left = ", "lone = x", "\rcr.test = d.test\r"}));
+}
+
+TEST(ServerFiles, ChangedFilesAreReread) {
+  const char kDomainAliases[] = "Domains/d.test/Settings/domainAliases.data";
+  const char kAliases[] = "Domains/d.test/Settings/aliases.data";
+  const char kForwarders[] = "Domains/d.test/Settings/forwarders.data";
+  ScratchDirectory base;
+  ServerData data(base.path().string());
+  EXPECT_FALSE(loadRouter(data));
+  EXPECT_EQ(route(EMail("a", "b.test"), data).text(), "a@b.test");
+  base.write("Settings/Router.data", "one.test = two.test\n");
+  base.write(kDomainAliases, "(one.test)");
+  base.write(kAliases, "{ a = x; }");
+  base.write(kForwarders, "{ f = x; }");
+  EXPECT_TRUE(loadRouter(data));
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@two.test");
+  EXPECT_EQ(domainOfAlias("one.test", data), "d.test");
+
+  // Files rewritten with their old times: the router and alias tables stay, forwarders are
+  // read at every load.
+  const auto rewriteKeepingTime = [&base](const char* file, const char* contents) {
+    const auto time = std::filesystem::last_write_time(base.path() / file);
+    base.write(file, contents);
+    std::filesystem::last_write_time(base.path() / file, time);
+  };
+  rewriteKeepingTime("Settings/Router.data", "one.test = three.test\n");
+  rewriteKeepingTime(kAliases, "{ b = y; }");
+  rewriteKeepingTime(kDomainAliases, "(two.test)");
+  base.write(kForwarders, "{ g = y; }");
+  EXPECT_TRUE(loadRouter(data));
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@two.test");
+  EXPECT_EQ(domainOfAlias("one.test", data), "d.test");
+  EMail a("a", "d.test"), g("g", "d.test");
+  EXPECT_TRUE(resolveAlias(a, data));
+  EXPECT_TRUE(resolveForwarder(g, 0, data));
+
+  // New times make them read again; for the router, either table's time.
+  base.write("SharedDomains/Settings/Router.data", "<a@x.test> = b@y.test\n");
+  EXPECT_TRUE(loadRouter(data));
+  EXPECT_EQ(route(EMail("a", "one.test"), data).text(), "a@three.test");
+  EXPECT_EQ(route(EMail("a", "x.test"), data).text(), "b@y.test");
+  for (const char* file : {kAliases, kDomainAliases}) {
+    const auto path = base.path() / file;
+    std::filesystem::last_write_time(
+        path, std::filesystem::last_write_time(path) + std::chrono::seconds(5));
+  }
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(domainOfAlias("one.test", data), "");
+  EXPECT_EQ(domainOfAlias("two.test", data), "d.test");
+  EMail b("b", "d.test");
+  EXPECT_TRUE(resolveAlias(b, data));
+  EXPECT_EQ(b.account, "y");
+  // A removed file empties its table.
+  std::filesystem::remove(base.path() / kDomainAliases);
+  loadDomainData("d.test", "Domains/d.test", data);
+  EXPECT_EQ(domainOfAlias("two.test", data), "");
+}
+
+}  // namespace
+}  // namespace cgp
