@@ -1,5 +1,5 @@
-// Answer and comment lines: shapes, the repetition filter, whole lines under concurrency,
-// archiveFile.
+// Answer and comment lines: shapes, the repetition filter, archiveFile. (Whole lines from many
+// threads are checked by the threaded engine's test.)
 #include "kvs/log.h"
 
 #include <gtest/gtest.h>
@@ -8,9 +8,6 @@
 #include <fstream>
 #include <random>
 #include <regex>
-#include <sstream>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -61,30 +58,6 @@ TEST_F(LogLines, RepetitionFilter) {
             "* 7: same\n* 7: (Last message repeated 3 times)\n* 7: other\n"
             "* a: one\n* b: one\n* a: two\n* a: (Last message repeated 2 times)\n* a: one\n"
             "* [3] Accepting message\n* [3] Accepting message\n");
-}
-
-TEST_F(LogLines, LinesFromManyThreadsNeverInterleave) {
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < 300; ++i) {
-        kvs::outline() << t << " " << std::string(50, static_cast<char>('a' + t));
-        kvs::logline(t + 1) << "line\nsecond";
-      }
-    });
-  }
-  for (auto& th : threads) th.join();
-  std::istringstream lines(captured);
-  std::string line, previous;
-  int count = 0;
-  for (; std::getline(lines, line); previous = line, ++count) {
-    if (line.rfind("* [", 0) == 0 && line.ends_with("second")) {
-      EXPECT_EQ(previous, line.substr(0, 6) + "line");  // the comment's lines stay together
-    } else if (line.rfind("* [", 0) != 0) {
-      EXPECT_EQ(line.substr(2), std::string(50, static_cast<char>('a' + line[0] - '0'))) << line;
-    }
-  }
-  EXPECT_EQ(count, 4 * 300 * 3);
 }
 
 TEST(ArchiveFile, MovesAsideAndAvoidsExistingNames) {
