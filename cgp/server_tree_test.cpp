@@ -103,18 +103,11 @@ TEST_F(ServerTree, LinesWrittenWithoutTheTrace) {
 TEST(RouterTable, LineSyntax) {
   std::vector<RouterEntry> addresses, domains;
   parseRouterTable(
-      "; comment only\n\nno equals sign here\n"
-      "<a@b> = <c@d> ; trailing comment\r\n"
-      "\t x.test \t=\t y.test\t\n"
-      "<p*s@q> = r*t@u = v\n"  // split at the first "="
-      "left = \n"
-      "lone=<x>\n"
-      "<*> = **\n"
-      "a;b = c\n"
-      "\rcr.test = d.test\r\r\n"
-      "<> = <>\n",
+      "; comment only\n\nno equals sign here\n<a@b> = <c@d> ; trailing comment\r\n"
+      "\t x.test \t=\t y.test\t\n<p*s@q> = r*t@u = v\nleft = \nlone=<x>\n<*> = **\na;b = c\n"
+      "\rcr.test = d.test\r\r\n<> = <>\n",
       addresses, domains);
-  // Each side splits at its first "*" (shown as "|").
+  // A line splits at its first "=", each side at its first "*" (shown as "|").
   const auto sides = [](const std::vector<RouterEntry>& entries) {
     std::vector<std::string> out;
     for (const RouterEntry& e : entries) {
