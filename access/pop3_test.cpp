@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <sstream>
@@ -175,22 +174,20 @@ class DovecotServer {
  public:
   // Starts the server; an empty result means it is up, anything else says why not.
   std::string start() {
-    const char* const binary = "/usr/sbin/dovecot";
-    if (::access(binary, X_OK) != 0) return "dovecot is not installed (dovecot-pop3d)";
+    if (::access(kBinary, X_OK) != 0) return "dovecot is not installed (dovecot-pop3d)";
     if (::geteuid() != 0) return "starting dovecot needs root";
     const passwd* nobody = ::getpwnam("nobody");
     if (nobody == nullptr) return "no user 'nobody' to own the mailbox";
-    const fs::path maildir = fs::path(dir_.path()) / "home" / "alice" / "Maildir";
-    for (const char* sub : {"cur", "new", "tmp"}) fs::create_directories(maildir / sub);
+    const fs::path home = fs::path(dir_.path()) / "home";
+    for (const char* sub : {"cur", "new", "tmp"})
+      fs::create_directories(home / "alice/Maildir" / sub);
     dir_.write("home/alice/Maildir/cur/1.M1P1.velmora:2,", kFirst);
     dir_.write("home/alice/Maildir/cur/2.M2P1.velmora:2,", "Subject: plain\n\njust text\n");
-    fs::permissions(dir_.path(), static_cast<fs::perms>(0755));
-    for (fs::path p = maildir; p != dir_.path(); p = p.parent_path()) {
-      if (::chown(p.c_str(), nobody->pw_uid, nobody->pw_gid) != 0) return "chown failed";
-      for (const auto& entry : fs::directory_iterator(p))
-        if (::chown(entry.path().c_str(), nobody->pw_uid, nobody->pw_gid) != 0) return "chown";
-    }
     dir_.write("users", "alice:{PLAIN}wonderland\n");
+    fs::permissions(dir_.path(), static_cast<fs::perms>(0755));
+    ::chown(home.c_str(), nobody->pw_uid, nobody->pw_gid);
+    for (const auto& entry : fs::recursive_directory_iterator(home))
+      ::chown(entry.path().c_str(), nobody->pw_uid, nobody->pw_gid);
     port_ = test_support::closedPort();
     std::string conf = test_support::readFile(VELMORA_SOURCE_DIR "/access/testdata/dovecot.conf");
     for (const auto& [key, value] : {std::pair<std::string, std::string>{"@DIR@", dir_.path()},
@@ -199,20 +196,15 @@ class DovecotServer {
         conf.replace(at, key.size(), value);
     }
     const std::string confPath = dir_.write("dovecot.conf", conf);
-    const std::string stderrPath = dir_.path() + "/stderr.log";
     pid_ = ::fork();
-    if (pid_ < 0) return "fork failed";
     if (pid_ == 0) {
-      if (std::freopen(stderrPath.c_str(), "w", stderr)) ::dup2(2, 1);
-      ::execl(binary, "dovecot", "-F", "-c", confPath.c_str(), static_cast<char*>(nullptr));
+      ::execl(kBinary, "dovecot", "-F", "-c", confPath.c_str(), static_cast<char*>(nullptr));
       ::_exit(127);
     }
-    // Up when it takes connections; give it ten seconds.
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; i < 100; ++i) {  // up when it takes connections; ten seconds at most
       kvs::sock::socket probe;
-      if (probe.create() && probe.connect(kvs::sock::makeAddress("127.0.0.1", port_), false)) {
+      if (probe.create() && probe.connect(kvs::sock::makeAddress("127.0.0.1", port_), false))
         return std::string();
-      }
       if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
         pid_ = -1;
         return "dovecot exited at start: " + log();
@@ -221,27 +213,22 @@ class DovecotServer {
     }
     return "dovecot did not answer within 10 s: " + log();
   }
-
   ~DovecotServer() {
     if (pid_ <= 0) return;
     ::kill(pid_, SIGTERM);  // the server stops its own processes; ten seconds, then SIGKILL
     int i = 0;
-    while (::waitpid(pid_, nullptr, WNOHANG) != pid_ && ++i < 100) {
+    while (::waitpid(pid_, nullptr, WNOHANG) != pid_ && ++i < 100)
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
     if (i == 100 && ::kill(pid_, SIGKILL) == 0) ::waitpid(pid_, nullptr, 0);
   }
-
   [[nodiscard]] std::uint16_t port() const { return port_; }
-  std::string log() const {
-    return test_support::readFile(dir_.path() + "/stderr.log") +
-           test_support::readFile(dir_.path() + "/dovecot.log");
-  }
+  std::string log() const { return test_support::readFile(dir_.path() + "/dovecot.log"); }
 
  private:
+  static constexpr const char* kBinary = "/usr/sbin/dovecot";
   test_support::TempDir dir_;
-  std::uint16_t port_ = 0;
   pid_t pid_ = -1;
+  std::uint16_t port_ = 0;
 };
 
 // USER/PASS with STAT, RETR of the dotted message and DELE; then APOP, which must find the
