@@ -160,6 +160,8 @@ TEST(Pop3Client, ServerGoneDuringRetrieve) {
   std::ostringstream out;
   EXPECT_THROW(pop.retrieve(1, out), kvs::ConnectionResetException);
   EXPECT_EQ(out.str(), "first\nsec\n");
+  pop.close();  // the connection is gone, the session ends all the same
+  EXPECT_EQ(pop.state(), client::kClosed);
 }
 
 namespace fs = std::filesystem;
