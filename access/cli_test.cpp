@@ -1,10 +1,12 @@
-// The CLI session against scripted servers: answers taken apart, the logins line by line and
-// their refusals, answers in pieces, a server that hangs up, the messages shown for errors; and
-// the command set: the line of each line shape and of each hand-written command, the list of
-// every command with its data flag, the argument checks that stop a line before it is sent.
+// The CLI session against scripted servers: answers taken apart, the logins and their refusals
+// (the successful logins of each method are velmora-tool's), answers in pieces, a server that
+// hangs up; and the command set: the line of each line shape and of each hand-written command,
+// the list of every command with its data flag, the argument checks that stop a line before it
+// is sent.
 #include <fstream>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +15,7 @@
 #include "access/cli_session.h"
 #include "access/scripted_server.h"
 #include "cgp/dataset_text.h"
-#include "kvs/md5.h"
+#include "tests/support/support.h"
 
 namespace {
 
@@ -24,21 +26,18 @@ using Lines = std::vector<std::string>;
 
 TEST(CliAnswer, Parsing) {
   const struct {
-    const char* raw;
+    const char *raw, *status, *data;
     int code;
-    const char* status;
-    const char* data;
   } rows[] = {
-      {"201 {a = b;}\r\n", 201, "OK", "{a = b;}\r\n"},
-      {"200\r\n", 200, "OK", "200\r\n"},  // no blank: the whole line is the data
-      {"512 \t unknown  \r\n", 512, "unknown", ""},
-      {"501\r\n", 501, "501", ""},
+      {"201 {a = b;}\r\n", "OK", "{a = b;}\r\n", 201},
+      {"200\r\n", "OK", "200\r\n", 200},  // no blank: the whole line is the data
+      {"512 \t unknown  \r\n", "unknown", "", 512},
+      {"501\r\n", "501", "", 501},
   };
   for (const auto& row : rows) {
     const cgp::CLIAnswer a = CLISession::parseAnswer(row.raw);
-    EXPECT_EQ(a.code, row.code) << row.raw;
-    EXPECT_EQ(a.status, row.status) << row.raw;
-    EXPECT_EQ(a.data, row.data) << row.raw;
+    EXPECT_EQ(std::to_string(a.code) + "|" + a.status + "|" + a.data,
+              std::to_string(row.code) + "|" + row.status + "|" + row.data);
   }
   try {
     (void)CLISession::parseAnswer(" 200 OK\r\n");
@@ -58,34 +57,22 @@ std::vector<Step> script(const std::string& greeting, const Lines& answers = {"2
   return steps;
 }
 
-// The lines the server sees for each login method, and the error of each refusal.
-TEST(CliLogin, Methods) {
-  const std::string digest = "APOP u " + kvs::md5Hex("<1.2@h>p w"), web = "AUTH WEBUSER u p w";
+// What the server sees of each refused login, and the error.
+TEST(CliLogin, Refusals) {
   const std::string refused = "Invalid username or password";
-  const std::uint32_t kPlain = CLISession::kPlain, kApop = CLISession::kDigest,
-                      kWeb = CLISession::kWebUser;
   const struct {
     std::uint32_t method;
     std::vector<Step> script;
     std::string error;
     Lines lines;
   } cases[] = {
-      {kApop, script("200 <1.2@h>"), "", {digest, "inline"}},
-      {kWeb, script("200 ready"), "", {web, "inline"}},
-      {kPlain,
-       script("200 ready", {"300 PASS", "200 OK", "200 OK"}),
-       "",
-       {"user u", "pass p w", "inline"}},
-      {kApop, script("200 <1.2@h>", {"515 wrong"}), refused + " (wrong)", {digest}},
-      {kWeb, script("200 ready", {"500"}), refused + " (500)", {web}},
-      {kWeb, script("200 ready", {"500 "}), refused, {web}},
-      {kPlain, script("200 ready", {"510 no such user"}), refused + " (no such user)", {"user u"}},
-      {kPlain,
-       script("200 ready", {"300 PASS", "515 bad"}),
-       refused + " (bad)",
+      {CLISession::kWebUser, script("200 ready", {"500 "}), refused, {"AUTH WEBUSER u p w"}},
+      {CLISession::kPlain, script("200 ready", {"510 no such user"}), refused + " (no such user)",
+       {"user u"}},
+      {CLISession::kPlain, script("200 ready", {"300 PASS", "515 bad"}), refused + " (bad)",
        {"user u", "pass p w"}},
       // Nothing is sent without a stamp to digest, or for an unknown method.
-      {kApop, script("200 no stamp ", {}), "200 no stamp", {}},
+      {CLISession::kDigest, script("200 no stamp ", {}), "200 no stamp", {}},
       {3, script("200 ready", {}), "invalid or missing argument", {}},
   };
   for (const auto& c : cases) {
@@ -94,7 +81,7 @@ TEST(CliLogin, Methods) {
     ScriptedServer server(steps);
     try {
       CLISession s("127.0.0.1", server.port(), "u", "p w", c.method);
-      EXPECT_EQ("", c.error);
+      ADD_FAILURE() << "logged in";
     } catch (const kvs::ProtocolException& e) {
       EXPECT_EQ(e.what(), c.error);
     }
@@ -102,7 +89,8 @@ TEST(CliLogin, Methods) {
   }
 }
 
-// The default session and the login test take the process-wide settings.
+// The default session and the login test take the process-wide settings. The login test never
+// throws; `reached` tells whether the server answered at all.
 TEST(CliLogin, SettingsAndTheLoginTest) {
   const cgp::CLISettings saved = CLISession::settings();
   {
@@ -111,7 +99,6 @@ TEST(CliLogin, SettingsAndTheLoginTest) {
     CLISession s;
     EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline"}));
   }
-  // The login test never throws; `reached` tells whether the server answered at all.
   const struct {
     std::vector<Step> script;
     bool ok, reached;
@@ -120,27 +107,18 @@ TEST(CliLogin, SettingsAndTheLoginTest) {
       {script("200 ready"), true, true, ""},
       {script("200 ready", {"515 nope"}), false, true, "Invalid username or password (nope)"},
       {{hangUp()}, false, false, "ConnectionResetException"},
+      {{}, false, false, "UnableToConnectException"},  // nothing listens
   };
   for (const auto& c : cases) {
-    ScriptedServer server(c.script);
-    CLISession::settings().port = server.port();
+    std::optional<ScriptedServer> server;
+    if (!c.script.empty()) server.emplace(c.script);
+    CLISession::settings().port = server ? server->port() : test_support::closedPort();
     std::string error;
     bool reached = !c.reached;
     EXPECT_EQ(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached), c.ok);
     EXPECT_EQ(reached, c.reached);
     EXPECT_EQ(error, c.error);
   }
-  {
-    kvs::sock::socket probe;  // a port that nothing listens on: bound once, then given back
-    probe.create();
-    probe.bindAndListen(0, true, "127.0.0.1");
-    CLISession::settings().port = probe.localPort();
-  }
-  std::string error;
-  bool reached = true;
-  EXPECT_FALSE(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached));
-  EXPECT_FALSE(reached);
-  EXPECT_EQ(error, "UnableToConnectException");
   CLISession::settings() = saved;
 }
 
@@ -156,19 +134,18 @@ TEST(CliSession, AnswersInPiecesAndHangUps) {
   EXPECT_EQ(s.ListDomains().count(), 2u);
   EXPECT_THROW((void)s.ListDomains(), kvs::ConnectionResetException);
   EXPECT_FALSE(s.isOpen());
+  EXPECT_EQ(CLISession::describe(kvs::ConnectionResetException()),
+            "Connection with the server has reset");
+  // Errors other than those the tool names, protocol errors with a text of their own included.
+  EXPECT_EQ(CLISession::describe(kvs::ProtocolException("invalid")), "Unhandled error");
 }
 
 TEST(CliSession, DataAnswersAndRefusals) {
-  ScriptedServer server(
-      {send("200 ready\r\n"), receive(), send("200 OK\r\n"), receive(), send("200 OK\r\n"),
-       // 201: the data is on the answer line
-       receive(), send("201 {Name = \"x y\"; Count = 3;}\r\n"),
-       // 200: the data follows on the next line, here in a later chunk
-       receive(), send("200 data follow\r\n"), pause(50), send("(d.com,e.com)\r\n"),
-       // 200 with its data line in the same chunk
-       receive(), send("200 data follow\r\n(a)\r\n"),
-       // refusals, one of them read without throwing
-       receive(), send("512 Unknown account  \r\n"), receive(), send("500 unknown command\r\n")});
+  ScriptedServer server(script(
+      "200 ready", {"200 OK", "200 OK",
+                    "201 {Name = \"x y\"; Count = 3;}",    // 201: the data is on the answer line
+                    "200 data follow\r\n(d.com,e.com)",  // 200: the data follows on the next line
+                    "512 Unknown account  ", "500 unknown command"}));
   CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
   session.setReceiveTimeout(5000);
   const DataSet settings = session.GetAccountSettings("u@d.com");
@@ -177,7 +154,6 @@ TEST(CliSession, DataAnswersAndRefusals) {
   const DataSet domains = session.ListDomains();
   ASSERT_EQ(domains.count(), 2u);
   EXPECT_EQ(domains.at(1).getText(), "e.com");
-  EXPECT_EQ(session.ListAccounts().getText(), "a");  // one-element array reads as its element
   try {
     session.DeleteAccount("u@d.com");
     ADD_FAILURE() << "no error";
@@ -185,36 +161,16 @@ TEST(CliSession, DataAnswersAndRefusals) {
     EXPECT_STREQ(e.what(), "Unknown account");
     EXPECT_EQ(e.getCode(), 512);
   }
-  session.sendCommand("Bogus");
+  session.sendCommand("Bogus");  // a refusal read without throwing
   session.readAnswer(false);
   EXPECT_EQ(session.lastCode(), 500);
   EXPECT_EQ(session.lastStatus(), "unknown command");
 }
 
-TEST(CliSession, MessagesForErrors) {
-  EXPECT_EQ(CLISession::describe(kvs::UnableToConnectException()), "Unable to connect to server");
-  EXPECT_EQ(CLISession::describe(kvs::ConnectionResetException()),
-            "Connection with the server has reset");
-  EXPECT_EQ(CLISession::describe(cgp::CLIException("Unknown account", 512)),
-            "CLI module reported: Unknown account");
-  EXPECT_EQ(CLISession::describe(kvs::InvalidLoginException("Invalid username or password")),
-            "Invalid username or password");
-  // Every other error, protocol errors with a text of their own included.
-  EXPECT_EQ(CLISession::describe(kvs::PortAlreadyUsedException()), "Unhandled error");
-  EXPECT_EQ(CLISession::describe(kvs::InvalidServerPromptException("200 no stamp")),
-            "Unhandled error");
-  EXPECT_EQ(CLISession::describe(kvs::ProtocolException("invalid or missing argument")),
-            "Unhandled error");
-}
-
 // ---- The command set ----
 
-DataSet dict() {
-  return cgp::parseDataSet("{k = v;}");
-}
-DataSet arr() {
-  return cgp::parseDataSet("(a, b)");
-}
+DataSet dict() { return cgp::parseDataSet("{k = v;}"); }
+DataSet arr() { return cgp::parseDataSet("(a, b)"); }
 
 // Every command, each once, with whether it is answered with data: the list beside this file.
 std::map<std::string, bool> listedCommands() {
@@ -317,9 +273,7 @@ const std::vector<Row> kRows = {
 #undef D
 #undef V
 
-std::string commandOf(const std::string& line) {
-  return line.substr(0, line.find(' '));
-}
+std::string commandOf(const std::string& line) { return line.substr(0, line.find(' ')); }
 
 TEST(CliCommands, RowsBuildTheirLines) {
   const auto listed = listedCommands();
@@ -329,8 +283,7 @@ TEST(CliCommands, RowsBuildTheirLines) {
   ScriptedServer server(script("200 ready", answers));
   CLISession session("127.0.0.1", server.port(), "admin", "pw", CLISession::kWebUser);
   for (const Row& row : kRows) {
-    const DataSet result = row.call(session);
-    EXPECT_EQ(result.getText(), listed.at(commandOf(row.line)) ? "x" : "") << row.line;
+    EXPECT_EQ(row.call(session).getText(), listed.at(commandOf(row.line)) ? "x" : "") << row.line;
   }
   const Lines lines = server.finish();
   ASSERT_EQ(lines.size(), kRows.size() + 2);
@@ -354,18 +307,14 @@ TEST(CliCommands, BadArgumentsAreRefusedBeforeSending) {
   const std::function<void(CLISession&)> calls[] = {
       [](CLISession& s) { s.GetAccountSettings(""); },
       [](CLISession& s) { s.CreateForwarder("f", ""); },
-      [](CLISession& s) { s.CreateMailbox("u", ""); },
       [](CLISession& s) { s.GetMailboxRights("u", "I", ""); },
       [](CLISession& s) { s.SetAccountSettings("u", DataSet::dictionary()); },
-      [](CLISession& s) { s.SetAccountSettings("u", arr()); },
-      [](CLISession& s) { s.SetAccountRules("u", DataSet::array()); },
       [](CLISession& s) { s.SetServerRules(dict()); },
       [](CLISession& s) { s.SetAccountPassword("u", ""); },
       [](CLISession& s) { s.CreateDomain("d", DataSet("text")); },
       [](CLISession& s) { s.PutWebFile("u", "a", DataSet()); },
       [](CLISession& s) { s.List("l", "", "s"); },
       [](CLISession& s) { s.CreateServerSkin(""); },
-      [](CLISession& s) { s.RenameServerSkin("o", ""); },
       [](CLISession& s) { s.StoreServerSkinFile("B", "f", ""); },
   };
   ScriptedServer server(script("200 ready", {"200 OK", "200 OK", "200 OK"}));

@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <optional>
+#include <sstream>
+#include <utility>
 
 #include "access/scripted_server.h"
 #include "kvs/md5.h"
@@ -14,76 +16,41 @@ namespace {
 
 using namespace programs;
 
-// Rows run in tests/data: "base" is the test server's base directory, "messages" the samples.
+// The rows of tests/data/tool-commands.txt (its head says how they are written).
 struct Row {
-  std::string args;  // split at blanks
-  int exitCode;
-  std::string out;        // standard output, its "* " comment lines left out
-  std::string part = "";  // what the comment lines or standard error must contain
-  std::string input = "";
+  std::string args, input, out, part;
+  int exitCode = -1;
 };
 
-const std::string kScanned = ": X-ExtScanner: Korvantis's Velmora\n";
-const std::string kOneLine = "{k = (a,\"b c\",[xy],{\"q\\\"\" = {};},);}";
-const std::string kIndented =
-    "{\n  k = \n  (a,\"b c\",[xy],\n    {\n      \"q\\\"\" = \n      {\n      };\n    },\n  "
-    ");\n}\n";
-
-const Row kRows[] = {
-    {"account --base base Sent#bob+x", 0, "Accounts/staff.sub/bob.aacnt\n"},
-    {"account --base base nobody@example.com", 1, ""},
-    {"mailbox --base base dave@example.com Orders", 0,
-     "Domains/example.com/sales.sub/dave.macnt/Orders.mslc\n"},
-    {"mailbox --base base alice@nowhere.test INBOX", 1, ""},
-    {"resolve --base base info@example.com", 0, "carol@example.com\n"},  // an alias
-    {"resolve --base base carol@example.com", 1, ""},
-    {"route --base base user@[192.0.2.10]", 0, "user@example.com\n"},  // needs the domain scan
-    {"route --base base pong@main.test", 0, "pong@main.test\n",
-     "* Router: Internal loop into filter's router."},
-    {"route --base base/Accounts a@b.test", 1, "", "base/Accounts/Settings/Router.data"},
-    {"domains --base base", 0,
-     "local broken.test Domains/broken.test\nlocal example.com Domains/example.com\n"
-     "local main.test Accounts\nshared shared.test SharedDomains/shared.test\n"
-     "alias example.net example.com\nalias example.org example.com\nip 192.0.2.1 main.test\n"
-     "ip 192.0.2.10 example.com\nip 192.0.2.11 example.com\nip 192.0.2.30 shared.test\n"
-     "ip 192.0.2.50 broken.test\nfallback example.com\n",
-     "* while parsing \"Domains/broken.test/Settings/aliases.data\" file: syntax error : near \"\" "
-     "(2:1)\n"},
-    {"domains --base base/Accounts", 1, ""},
-    // A round trip: the one-line form, the indented one, the one-line form again.
-    {"dataset --one-line -", 0, kOneLine + "\n", "",
-     "{ k = (a, \"b c\", [x y], {\"q\\\"\" = {};}, ); }"},
-    {"dataset -", 0, kIndented, "", kOneLine},
-    {"dataset --one-line -", 0, kOneLine + "\n", "", kIndented},
-    {"dataset -", 0, "", "", " \n\t"},
-    {"dataset -", 1, "", "* while parsing \"string\" file: syntax error : near \"c\" (2:4)\n",
-     "(a,\n b c)"},
-    {"dataset --base base --one-line Domains/example.com/Settings/domainAliases.data", 0,
-     "(example.net,example.org)\n"},
-    {"dataset --base base no/such/file", 1, "", "cannot read"},
-    {"scan messages/headers-only.msg", 0,
-     "X-AttachExt: pdf\nX-EmptyBody: YES\nX-ExtScanner: Korvantis's Velmora\n"},
-    // Several files: each line starts with the file's name; one that cannot be read is told.
-    {"scan messages/single-part-name.msg messages/no-such.msg messages "
-     "messages/envelope-plain.msg",
-     1,
-     "messages/single-part-name.msg: X-AttachExt: pdf\nmessages/single-part-name.msg" + kScanned +
-         "messages/envelope-plain.msg" + kScanned,
-     "velmora-tool scan: cannot open messages/no-such.msg\n"
-     "velmora-tool scan: cannot open messages\n"},
-    // Usage errors.
-    {"scan", 2, "", "usage: velmora-tool scan FILE..."},
-    {"account", 2, ""},
-    {"mailbox a@b", 2, ""},
-    {"route --base", 2, ""},
-    {"domains --no-such-option", 2, "", "unknown option"},
-    {"cli --login magic ListDomains", 2, ""},
-    {"pop3 --host 127.0.0.1 --port 110 --user u retr", 2, ""},
-    {"pop3 --host 127.0.0.1 --port 99999 --user u stat", 2, ""},
-};
+std::vector<Row> commandRows() {
+  std::vector<Row> rows;
+  std::istringstream text(test_support::readFile(kDataDir + "/tool-commands.txt"));
+  Row row;
+  for (std::string line; std::getline(text, line);) {
+    const std::string tag = line.substr(0, 2), rest = line.substr(std::min<size_t>(2, line.size()));
+    if (tag == "$ ") {
+      row = {};
+      row.args = rest;
+    } else if (row.args.empty()) {
+      continue;  // comments and blank lines between rows
+    } else if (tag == "< ") {
+      row.input += rest + "\n";
+    } else if (tag == "! ") {
+      row.part += (row.part.empty() ? "" : "\n") + rest;
+    } else if (tag == "= ") {
+      row.exitCode = std::stoi(rest);
+      rows.push_back(std::exchange(row, {}));
+    } else {
+      row.out += line + "\n";
+    }
+  }
+  return rows;
+}
 
 TEST(Tool, Rows) {
-  for (const Row& row : kRows) {
+  const auto rows = commandRows();
+  ASSERT_GE(rows.size(), 28u);
+  for (const Row& row : rows) {
     const auto r = run(tool(split(row.args, ' ')), row.input, 60, kDataDir);
     EXPECT_EQ(r.exitCode, row.exitCode) << row.args << "\n" << r.err;
     std::string out, comments;
