@@ -1,4 +1,5 @@
-// Header values, parameters, the top-level boundary, encoded words and attachment extensions.
+// Header values, parameters, the top-level boundary, encoded words and attachment extensions
+// (more rows are among the sample messages: odd-names, encoded-words, parameter-rules).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -7,54 +8,39 @@
 
 namespace {
 
-TEST(NameRules, HeaderValue) {
+// A header's value after its name (H), a parameter's value (P): the value, or "untouched".
+TEST(NameRules, HeaderAndParamValues) {
   const struct {
-    const char* name;
-    const char* line;
-    bool match;
+    char kind;
+    const char *name, *line;
+    bool found;
     const char* value;
   } cases[] = {
-      {"content-type:", "Content-Type: text/plain", true, "text/plain"},
-      {"content-type:", "CONTENT-TYPE:\t  a/b;;\r\n", true, "a/b"},
-      {"content-type:", "content-type: a/b ; ", true, "a/b ; "},  // only CR, LF, ';' dropped
-      {"content-type:", "Content-Type:   ", true, ""},
-      {"content-type:", "Content-Type:", false, ""},  // not longer than the name
-      {"content-type:", "Content-Typo: x", false, ""},
-      {"content-type:", "X-Content-Type: x", false, ""},
-      {"content-type:", "Content-Type : x", false, ""},
-      {"content-disposition:", "Content-Disposition: attachment;", true, "attachment"},
+      {'H', "content-type:", "Content-Type: text/plain", true, "text/plain"},
+      {'H', "content-type:", "CONTENT-TYPE:\t  a/b;;\r\n", true, "a/b"},
+      {'H', "content-type:", "content-type: a/b ; ", true, "a/b ; "},  // only CR, LF, ';' dropped
+      {'H', "content-type:", "Content-Type:   ", true, ""},
+      {'H', "content-type:", "Content-Type:", false, ""},  // not longer than the name
+      {'H', "content-type:", "Content-Typo: x", false, ""},
+      {'H', "content-type:", "X-Content-Type: x", false, ""},
+      {'H', "content-type:", "Content-Type : x", false, ""},
+      {'H', "content-disposition:", "Content-Disposition: attachment;", true, "attachment"},
+      {'P', "name=", "application/pdf; name=\"Report.PDF\"", true, "Report.PDF"},
+      {'P', "name=", "a; name=plain.txt; charset=x", true, "plain.txt"},
+      {'P', "name=", "a; name=  spaced.txt other", true, "spaced.txt"},
+      {'P', "name=", "a; name=", false, ""},  // nothing after it
+      {'P', "name=", "name=", false, ""},     // not longer than it
+      {'P', "name=", "a; name=;b", true, ""},
+      {'P', "name=", "a; name=\"back\\\"slash\"", true, "back\\"},  // no unescaping
+      {'P', "boundary=", "multipart/mixed; boundary=abc; charset=x", true, "abc"},
   };
   for (const auto& c : cases) {
     std::string value = "untouched";
-    EXPECT_EQ(MessageScanner::headerValue(c.name, c.line, value), c.match) << c.line;
-    EXPECT_EQ(value, c.match ? c.value : "untouched") << c.line;
-  }
-}
-
-TEST(NameRules, ParamValue) {
-  const struct {
-    const char* param;
-    const char* value;
-    bool found;
-    const char* out;
-  } cases[] = {
-      {"name=", "application/pdf; name=\"Report.PDF\"", true, "Report.PDF"},
-      {"name=", "a; name=plain.txt; charset=x", true, "plain.txt"},
-      {"name=", "a; name=  spaced.txt other", true, "spaced.txt"},
-      {"name=", "a; filename=\"inner.rtf\"", true, "inner.rtf"},  // found inside filename=
-      {"name=", "a; Name=\"upper.doc\"", false, ""},              // case-sensitive
-      {"name=", "a; name=\"no end", false, ""},
-      {"name=", "a; name=", false, ""},  // nothing after it
-      {"name=", "name=", false, ""},     // not longer than it
-      {"name=", "a; name=;b", true, ""},
-      {"name=", "a; name=\"back\\\"slash\"", true, "back\\"},  // no unescaping
-      {"filename=", "attachment; filename*=utf-8''a.pdf", false, ""},
-      {"boundary=", "multipart/mixed; boundary=abc; charset=x", true, "abc"},
-  };
-  for (const auto& c : cases) {
-    std::string out = "untouched";
-    EXPECT_EQ(MessageScanner::paramValue(c.param, c.value, out), c.found) << c.value;
-    EXPECT_EQ(out, c.found ? c.out : "untouched") << c.value;
+    EXPECT_EQ(c.kind == 'H' ? MessageScanner::headerValue(c.name, c.line, value)
+                            : MessageScanner::paramValue(c.name, c.line, value),
+              c.found)
+        << c.line;
+    EXPECT_EQ(value, c.found ? c.value : "untouched") << c.line;
   }
 }
 
@@ -86,18 +72,11 @@ TEST(NameRules, AttachmentExtension) {
     const char* ext;
   } cases[] = {
       {"Report.PDF", "pdf"},
-      {"report", "..."},
-      {"archive.", "..."},
-      {"photo. jpg", "jpg"},
       {"x.  ", ""},
-      {"x.p df", "p df"},
-      {"a.PDF ", "pdf"},
       {"tar.gz", "gz"},
       {"data.zipx", "zipx"},
       {"=?utf-8?b?cmVwb3J0LmRvY3g=?=", "docx"},
-      {"=?utf-8?B?cmVwb3J0LmRvY3g=?=", "..."},
       {"=?iso-8859-1?q?my_file=2EPdf?=", "pdf"},
-      {"=?utf-8?Q?a.b_c?=", "b_c?="},
       {"a.=?utf-8?q?TXT?=", "txt"},
       {"=?x?q?a?= =?x?q?.doc?=", "doc"},  // what lies between words stays
       {"=?x?q?a?==?x?q?.xls?=", "xls"},   // adjacent words

@@ -7,19 +7,28 @@
 
 namespace zip_image {
 
-// ZIP images: one local header per entry (no data), the central directory, the end record.
 struct ZipEntry {
   std::string name;
   std::uint16_t flags = 0;  // bit 0: encrypted
 };
 
+// The `n` low bytes of `v`, least significant first.
+inline std::string le(std::uint64_t v, int n) {
+  std::string s;
+  for (int i = 0; i < n; ++i) s.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
+  return s;
+}
 inline void put16(std::string& s, std::uint32_t v) {
-  s.push_back(static_cast<char>(v & 0xFF));
-  s.push_back(static_cast<char>((v >> 8) & 0xFF));
+  s += le(v, 2);
 }
 inline void put32(std::string& s, std::uint32_t v) {
-  put16(s, v & 0xFFFF);
-  put16(s, v >> 16);
+  s += le(v, 4);
+}
+inline void patch16(std::string& s, std::size_t at, std::uint32_t v) {
+  s.replace(at, 2, le(v, 2));
+}
+inline void patch32(std::string& s, std::size_t at, std::uint32_t v) {
+  s.replace(at, 4, le(v, 4));
 }
 
 struct ZipImage {
@@ -28,55 +37,27 @@ struct ZipImage {
   std::size_t endRecord = 0;  // where the end record starts
 };
 
-// `filler` goes between the local headers and the central directory; `comment` after the end
-// record.
+// One local header per entry (no data), `filler`, the central directory (headers with a 3-byte
+// extra field and a 2-byte comment), the end record, `comment`. Fields never read are letters.
 inline ZipImage zipImage(const std::vector<ZipEntry>& entries, const std::string& filler = {},
                          const std::string& comment = {}) {
   ZipImage z;
   for (const auto& e : entries) {
-    put32(z.bytes, 0x04034b50);
-    put16(z.bytes, 20);
-    put16(z.bytes, e.flags);
-    z.bytes.append(18, 'x');  // method, times, crc, sizes: never read
-    put16(z.bytes, static_cast<std::uint32_t>(e.name.size()));
-    put16(z.bytes, 0);
-    z.bytes += e.name;
+    z.bytes += le(0x04034b50, 4) + le(20, 2) + le(e.flags, 2) + std::string(18, 'x') +
+               le(e.name.size(), 2) + le(0, 2) + e.name;
   }
   z.bytes += filler;
   z.directory = z.bytes.size();
   for (const auto& e : entries) {
-    put32(z.bytes, 0x02014b50);
-    put16(z.bytes, 20);
-    put16(z.bytes, 20);
-    put16(z.bytes, e.flags);
-    z.bytes.append(18, 'y');  // method, times, crc, sizes
-    put16(z.bytes, static_cast<std::uint32_t>(e.name.size()));
-    put16(z.bytes, 3);       // extra field
-    put16(z.bytes, 2);       // comment
-    z.bytes.append(8, 'z');  // disk, attributes
-    put32(z.bytes, 0);       // local header offset
-    z.bytes += e.name + "EXTcm";
+    z.bytes += le(0x02014b50, 4) + le(20, 2) + le(20, 2) + le(e.flags, 2) + std::string(18, 'y') +
+               le(e.name.size(), 2) + le(3, 2) + le(2, 2) + std::string(8, 'z') + le(0, 4) +
+               e.name + "EXTcm";
   }
   z.endRecord = z.bytes.size();
-  put32(z.bytes, 0x06054b50);
-  put16(z.bytes, 0);
-  put16(z.bytes, 0);
-  put16(z.bytes, static_cast<std::uint32_t>(entries.size()));
-  put16(z.bytes, static_cast<std::uint32_t>(entries.size()));
-  put32(z.bytes, static_cast<std::uint32_t>(z.endRecord - z.directory));
-  put32(z.bytes, static_cast<std::uint32_t>(z.directory));
-  put16(z.bytes, static_cast<std::uint32_t>(comment.size()));
-  z.bytes += comment;
+  z.bytes += le(0x06054b50, 4) + le(0, 4) + le(entries.size(), 2) + le(entries.size(), 2) +
+             le(z.endRecord - z.directory, 4) + le(z.directory, 4) + le(comment.size(), 2) +
+             comment;
   return z;
-}
-
-inline void patch16(std::string& s, std::size_t at, std::uint32_t v) {
-  s[at] = static_cast<char>(v & 0xFF);
-  s[at + 1] = static_cast<char>((v >> 8) & 0xFF);
-}
-inline void patch32(std::string& s, std::size_t at, std::uint32_t v) {
-  patch16(s, at, v & 0xFFFF);
-  patch16(s, at + 2, v >> 16);
 }
 
 }  // namespace zip_image
