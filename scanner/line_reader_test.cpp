@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/support.h"
@@ -15,15 +16,7 @@ using scanner::LineReader;
 
 const std::size_t kBlocks[] = {1, 2, 3, 7, LineReader::kDefaultBlock};
 
-struct Line {
-  std::string text;
-  bool newline;
-  bool operator==(const Line& o) const { return text == o.text && newline == o.newline; }
-};
-
-std::ostream& operator<<(std::ostream& os, const Line& l) {
-  return os << '"' << l.text << '"' << (l.newline ? " LF" : " end");
-}
+using Line = std::pair<std::string, bool>;  // the text, and whether a line feed ended it
 
 std::vector<Line> allLines(LineReader& reader) {
   std::vector<Line> lines;
@@ -58,7 +51,7 @@ TEST(LineReader, LinesAndTheirHeadsWhateverTheBlockSize) {
     for (std::size_t keep : {std::string_view::npos, std::size_t{1}, std::size_t{2}, std::size_t{4},
                              std::size_t{1000}}) {
       std::vector<Line> want;
-      for (const Line& line : c.lines) want.push_back({line.text.substr(0, keep), line.newline});
+      for (const Line& line : c.lines) want.push_back({line.first.substr(0, keep), line.second});
       for (std::size_t block : kBlocks) {
         LineReader reader(block);
         reader.openMemory(c.input);

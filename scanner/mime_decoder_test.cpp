@@ -1,8 +1,6 @@
-// The two transfer decodings and the body readers around them. Each case is decoded by the core
-// in chunks of a few bytes (the state carried between them, with and without the fast paths),
-// as a body through a line reader with tiny blocks and a large one (in one pass and byte by
-// byte), and in one shot; base64 is also counted instead, by the core and by the body reader,
-// and decoded afterwards from the places counting leaves.
+// The two transfer decodings and the body readers around them: each case decoded by the core in
+// chunks, through line readers of tiny and large blocks (in one pass and byte by byte), in one
+// shot; base64 also counted, by the core and the body reader, then decoded from counting's marks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -30,12 +28,6 @@ const char kBase64End[] = "Unexpected end of file in Base64 decoding.";
 const char kQpEnd[] = "Invalid Quoted-Printable MIME ending, missing some characters";
 const char kUnterminated[] = "Unterminated MIME sentinel at end of message";
 const char kParent[] = "Unterminated MIME sentinel, found parent sentinel";
-const char kAfterSoftBreak[] =
-    "Invalid character 'b' after soft line break in Quoted-Printable MIME part";
-
-std::string badEscape(const char* escape) {
-  return std::string("Invalid escape sequence '") + escape + "' in Quoted-Printable MIME part";
-}
 
 // What a decoding gave: its bytes, its complaints, and how many of them were errors.
 struct Decoded {
@@ -249,45 +241,39 @@ TEST(Base64, Cases) {
 
 TEST(Base64, FastPathsAndCountingAgreeWithThePlainLoop) {
   // Long plain runs in lines (taken 16, 64 and 4 characters at a time) broken by every kind of
-  // oddity; counting pauses at random distances.
+  // oddity, and each byte value inside runs long enough for the vector paths; counting pauses at
+  // random distances or never.
   std::mt19937 random(7);
   const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   const std::string odd[] = {"=", "{",    " ",    "\r\n", "\t", "*",
                              "-", "\x80", "\xFF", "\n",   ".",  "===="};
-  for (int round = 0; round < 300; ++round) {
-    std::string text;
+  std::vector<std::string> texts(300);
+  for (std::string& text : texts) {
     for (int k = 1 + static_cast<int>(random() % 12); k > 0; --k) {
       const int run = static_cast<int>(random() % 300);
       for (int i = 0; i < run; ++i) text += i % 77 == 76 ? '\n' : alphabet[random() % 64];
       if (random() % 3 == 0) text += odd[random() % std::size(odd)];
     }
+  }
+  const std::string run = "QUJDQUJD\r\n" + repeat("QUJD", 16);
+  for (int byte = 0; byte < 256; ++byte) {
+    for (std::size_t at : {0, 31, 40, 63}) texts.push_back((run + run).insert(at, 1, char(byte)));
+  }
+  for (const std::string& text : texts) {
     const Decoded plain = coreBase64(text, text.size(), false);
     for (std::size_t chunk : {std::size_t{1}, std::size_t{7}, std::size_t{40}, text.size()}) {
       EXPECT_EQ(coreBase64(text, chunk, true), plain) << text;
       for (bool wide : {true, false}) {
-        EXPECT_EQ(coreCount(text, chunk, wide, 50 + random() % 200, plain.bytes), counted(plain))
-            << text;
+        for (std::uint64_t every : {std::uint64_t{50 + random() % 200}, UINT64_MAX}) {
+          EXPECT_EQ(coreCount(text, chunk, wide, every, plain.bytes), counted(plain)) << text;
+        }
       }
     }
   }
 }
 
-TEST(Base64, EveryByteValueInTheBlocks) {
-  // Each byte value inside runs long enough for the vector paths, against the plain loop.
-  const std::string run = "QUJDQUJD\r\n" + repeat("QUJD", 16);
-  for (int byte = 0; byte < 256; ++byte) {
-    for (std::size_t at : {std::size_t{0}, std::size_t{31}, std::size_t{40}, std::size_t{63}}) {
-      std::string text = run + run;
-      text.insert(at, 1, static_cast<char>(byte));
-      const Decoded plain = coreBase64(text, text.size(), false);
-      EXPECT_EQ(coreBase64(text, text.size(), true), plain) << "byte " << byte << " at " << at;
-      EXPECT_EQ(coreCount(text, text.size(), true, UINT64_MAX, plain.bytes), counted(plain))
-          << "byte " << byte << " at " << at;
-    }
-  }
-}
-
 TEST(QuotedPrintable, Cases) {
+  const std::string bad = "Invalid escape sequence '", part = "' in Quoted-Printable MIME part";
   const struct {
     std::string text;
     Decoded want;
@@ -302,9 +288,12 @@ TEST(QuotedPrintable, Cases) {
       {"x=", {"x", {kQpEnd}, 1}, false, "'=' at the very end"},
       {"caf=E9 =\n", {"caf\xE9 "}, false, "a soft break with a blank before the line end"},
       {"x= \t", {"x"}, false, "a soft break cut short by the end is no complaint"},
-      {"=G1", {"\xF1", {badEscape("=G1")}, 1}, false, "a bad escape still gives a byte"},
-      {"=4g", {"\xFF", {badEscape("=4g")}, 1}, false, "'g' is no hex digit: its 255 joins in"},
-      {"a= b\nc", {"ac", {kAfterSoftBreak}, 0}, false, "the rest of the line is skipped"},
+      {"=G1", {"\xF1", {bad + "=G1" + part}, 1}, false, "a bad escape still gives a byte"},
+      {"=4g", {"\xFF", {bad + "=4g" + part}, 1}, false, "'g' is no hex digit: its 255 joins in"},
+      {"a= b\nc",
+       {"ac", {"Invalid character 'b' after soft line break" + part.substr(1)}, 0},
+       false,
+       "the rest of the line is skipped"},
       {"a_b", {"a_b"}, false, "'_' stays in a body"},
       {"my_file=2Epdf", {"my file.pdf"}, true, "'_' is a blank in an encoded word"},
   };
