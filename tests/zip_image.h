@@ -12,23 +12,11 @@ struct ZipEntry {
   std::uint16_t flags = 0;  // bit 0: encrypted
 };
 
-// The `n` low bytes of `v`, least significant first.
+// The `n` low bytes of `v`, least significant first: a field of an image.
 inline std::string le(std::uint64_t v, int n) {
   std::string s;
   for (int i = 0; i < n; ++i) s.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
   return s;
-}
-inline void put16(std::string& s, std::uint32_t v) {
-  s += le(v, 2);
-}
-inline void put32(std::string& s, std::uint32_t v) {
-  s += le(v, 4);
-}
-inline void patch16(std::string& s, std::size_t at, std::uint32_t v) {
-  s.replace(at, 2, le(v, 2));
-}
-inline void patch32(std::string& s, std::size_t at, std::uint32_t v) {
-  s.replace(at, 4, le(v, 4));
 }
 
 struct ZipImage {
