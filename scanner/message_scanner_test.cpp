@@ -20,9 +20,7 @@ namespace {
 using Set = std::set<std::string>;
 using TempFiles = test_support::TempDir;
 
-std::string dataDir() {
-  return std::string(VELMORA_SOURCE_DIR) + "/tests/data/messages/";
-}
+const std::string kData = std::string(VELMORA_SOURCE_DIR) + "/tests/data/messages/";
 
 struct Scan {
   Set results;
@@ -40,7 +38,7 @@ Scan scan(MessageScanner& scanner, const std::string& path) {
 
 TEST(MessageScanner, EnvelopeSenderAndRecipients) {
   MessageScanner scanner;
-  scan(scanner, dataDir() + "envelope-plain.msg");
+  scan(scanner, kData + "envelope-plain.msg");
   EXPECT_EQ(scanner.sender(), "sender@example.com");
   EXPECT_EQ(scanner.recipients(), (Set{"one@example.com", "two@example.com"}));
 
@@ -50,7 +48,7 @@ TEST(MessageScanner, EnvelopeSenderAndRecipients) {
   EXPECT_EQ(scanner.sender(), "second@x") << "a later P line replaces the sender";
   EXPECT_TRUE(scanner.recipients().empty()) << "too short, or no closing '>'";
 
-  scan(scanner, dataDir() + "no-envelope-x-header.msg");
+  scan(scanner, kData + "no-envelope-x-header.msg");
   EXPECT_EQ(scanner.sender(), "");
   EXPECT_EQ(scanner.results(), Set{"pdf"});
   EXPECT_FALSE(scanner.isMbox());
@@ -76,7 +74,7 @@ TEST(MessageScanner, DiagnosticsStayOutOfTheResults) {
                  "Orphaned part boundary on stack :", "Orphaned part boundary on stack :a"}));
   EXPECT_TRUE(scanner.results().empty());
 
-  scan(scanner, dataDir() + "multipart-names.msg");
+  scan(scanner, kData + "multipart-names.msg");
   EXPECT_TRUE(scanner.diagnostics().empty());
   EXPECT_EQ(scanner.results(), (Set{"...", "gz", "pdf"}));
 }
@@ -84,7 +82,7 @@ TEST(MessageScanner, DiagnosticsStayOutOfTheResults) {
 // Every sample message, ZIP parts among them, read in blocks as small as one byte.
 TEST(MessageScanner, SameFindingsWhateverTheBlockSize) {
   std::vector<std::string> paths;
-  for (const auto& entry : std::filesystem::directory_iterator(dataDir())) {
+  for (const auto& entry : std::filesystem::directory_iterator(kData)) {
     if (entry.path().extension() == ".msg") paths.push_back(entry.path().string());
   }
   ASSERT_GT(paths.size(), 30u);
@@ -158,7 +156,7 @@ TEST(AttachmentFilter, VanishedFileIsAcceptedWithAComment) {
   const auto old = kvs::setOutputWriter([](std::string_view text) { captured += text; });
   AttachmentFilter filter;
   const cgp::Verdict gone = filter.filterMessage(1, std::string("no/such/file.msg\0tail", 21));
-  const cgp::Verdict next = filter.filterMessage(2, dataDir() + "single-part-name.msg");
+  const cgp::Verdict next = filter.filterMessage(2, kData + "single-part-name.msg");
   kvs::setOutputWriter(old);
   EXPECT_EQ(gone.code, cgp::Verdict::OK);
   EXPECT_TRUE(gone.lines.empty());

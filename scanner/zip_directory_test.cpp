@@ -31,13 +31,12 @@ TEST(ZipDirectory, StoredNameExtensions) {
 
 // Each case changes an archive of its entries (by default "a.exe" and "b.txt"), if at all.
 TEST(ZipDirectory, Directories) {
-  using Entries = std::vector<zip_image::ZipEntry>;
   const struct {
     const char* why;
     void (*change)(Image&);
     const char* extensions;  // joined by blanks
     bool corrupted, encrypted;
-    Entries entries = {{"a.exe"}, {"b.txt"}};
+    std::vector<zip_image::ZipEntry> entries = {{"a.exe"}, {"b.txt"}};
   } cases[] = {
       {"well formed", nullptr, "exe txt", false, false},
       {"a directory, no dot", nullptr, "... exe", false, false, {{"a.EXE"}, {"docs/"}, {"x"}}},
