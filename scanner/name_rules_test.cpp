@@ -28,6 +28,7 @@ TEST(NameRules, HeaderAndParamValues) {
       {'P', "name=", "application/pdf; name=\"Report.PDF\"", true, "Report.PDF"},
       {'P', "name=", "a; name=plain.txt; charset=x", true, "plain.txt"},
       {'P', "name=", "a; name=  spaced.txt other", true, "spaced.txt"},
+      {'P', "name=", "a; name=\"no end", false, ""},
       {'P', "name=", "a; name=", false, ""},  // nothing after it
       {'P', "name=", "name=", false, ""},     // not longer than it
       {'P', "name=", "a; name=;b", true, ""},
@@ -71,6 +72,7 @@ TEST(NameRules, AttachmentExtension) {
     const char* name;
     const char* ext;
   } cases[] = {
+      {"archive.", "..."},  // unlike a stored name
       {"x.  ", ""},
       {"=?x?q?a?= =?x?q?.doc?=", "doc"},  // what lies between words stays
       {"=?x?q?a?==?x?q?.xls?=", "xls"},   // adjacent words
