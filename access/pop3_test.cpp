@@ -3,16 +3,12 @@
 #include "access/pop3_client.h"
 
 #include <pwd.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -188,31 +184,14 @@ class DovecotServer {
       for (std::size_t at; (at = conf.find(key)) != std::string::npos;)
         conf.replace(at, key.size(), value);
     }
-    const std::string confPath = dir_.write("dovecot.conf", conf);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::execl(kBinary, "dovecot", "-F", "-c", confPath.c_str(), static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    for (int i = 0; i < 100; ++i) {  // up when it takes connections; ten seconds at most
-      kvs::sock::socket probe;
-      if (probe.create() && probe.connect(kvs::sock::makeAddress("127.0.0.1", port_), false))
-        return std::string();
-      if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
-        pid_ = -1;
-        return "dovecot exited at start: " + log();
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return "dovecot did not answer within 10 s: " + log();
+    conf_ = dir_.write("dovecot.conf", conf);
+    // It listens before it goes to the background; stopping waits until it is gone.
+    const test_support::Result r = test_support::run({kBinary, "-c", conf_}, "", 10);
+    started_ = r.exitCode == 0;
+    return started_ ? std::string() : "dovecot did not start: " + r.err + log();
   }
   ~DovecotServer() {
-    if (pid_ <= 0) return;
-    ::kill(pid_, SIGTERM);  // the server stops its own processes; ten seconds, then SIGKILL
-    int i = 0;
-    while (::waitpid(pid_, nullptr, WNOHANG) != pid_ && ++i < 100)
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (i == 100 && ::kill(pid_, SIGKILL) == 0) ::waitpid(pid_, nullptr, 0);
+    if (started_) test_support::run({kBinary, "-c", conf_, "stop"}, "", 10);
   }
   [[nodiscard]] std::uint16_t port() const { return port_; }
   std::string log() const { return test_support::readFile(dir_.path() + "/dovecot.log"); }
@@ -220,7 +199,8 @@ class DovecotServer {
  private:
   static constexpr const char* kBinary = "/usr/sbin/dovecot";
   test_support::TempDir dir_;
-  pid_t pid_ = -1;
+  std::string conf_;
+  bool started_ = false;
   std::uint16_t port_ = 0;
 };
 
