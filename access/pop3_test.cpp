@@ -2,7 +2,6 @@
 // distribution's packages on loopback. The plain STAT session is velmora-tool's.
 #include "access/pop3_client.h"
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -165,18 +164,14 @@ class DovecotServer {
   std::string start() {
     if (::access(kBinary, X_OK) != 0) return "dovecot is not installed (dovecot-pop3d)";
     if (::geteuid() != 0) return "starting dovecot needs root";
-    const passwd* nobody = ::getpwnam("nobody");
-    if (nobody == nullptr) return "no user 'nobody' to own the mailbox";
-    const fs::path home = fs::path(dir_.path()) / "home";
-    for (const char* sub : {"cur", "new", "tmp"})
-      fs::create_directories(home / "alice/Maildir" / sub);
+    const std::string mail = dir_.path() + "/home/alice/Maildir/";
+    for (const char* sub : {"cur", "new", "tmp"}) fs::create_directories(mail + sub);
     dir_.write("home/alice/Maildir/cur/1.M1P1.velmora:2,", kFirst);
     dir_.write("home/alice/Maildir/cur/2.M2P1.velmora:2,", "Subject: plain\n\njust text\n");
     dir_.write("users", "alice:{PLAIN}wonderland\n");
     fs::permissions(dir_.path(), static_cast<fs::perms>(0755));
-    ::chown(home.c_str(), nobody->pw_uid, nobody->pw_gid);
-    for (const auto& entry : fs::recursive_directory_iterator(home))
-      ::chown(entry.path().c_str(), nobody->pw_uid, nobody->pw_gid);
+    if (test_support::run({"chown", "-R", "nobody", dir_.path() + "/home"}).exitCode != 0)
+      return "no user 'nobody' to own the mailbox";
     port_ = test_support::closedPort();
     std::string conf = test_support::readFile(VELMORA_SOURCE_DIR "/access/testdata/dovecot.conf");
     for (const auto& [key, value] : {std::pair<std::string, std::string>{"@DIR@", dir_.path()},

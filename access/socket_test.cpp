@@ -43,7 +43,8 @@ void connectTo(socket& s, std::uint16_t port) {
 
 // Lines ended by LF (a CR right before it dropped, any other CR kept) across chunks, the
 // longest over several receives. Line and chunk reads share one buffer: bytes behind a line
-// come before anything received later, and bytes handed back come first of all.
+// come before anything received later, and bytes handed back come first of all. A peek waits
+// for bytes that come later and consumes nothing.
 TEST(SocketLines, ChunksBecomeLinesInOrder) {
   const std::string q(5000, 'q');
   ScriptedServer server({send("abc\r\nde"), pause(30), send("f\ra\rb\nxy\r"), pause(30),
@@ -52,6 +53,8 @@ TEST(SocketLines, ChunksBecomeLinesInOrder) {
   socket s(3000, 0);
   connectTo(s, server.port());
   std::string text;
+  ASSERT_TRUE(s.peek(text, 9, true));
+  EXPECT_EQ(text, "abc\r\ndef\r");
   for (const std::string& line : Lines{"abc", "def\ra\rb", "xy", "", "", q + q}) {
     ASSERT_TRUE(s.receiveLine(text, true));
     EXPECT_EQ(text, line);
@@ -100,7 +103,9 @@ TEST(SocketTimeouts, WaitTime) {
   EXPECT_EQ(kvs::sock::waitTime(4294967295u).microseconds, 295000);
 }
 
-TEST(SocketConnect, ClosedPortIsRefused) {
+// A closed port is refused; a timed connect leaves the socket non-blocking only when reads or
+// sends are timed too.
+TEST(SocketConnect, RefusalsAndTheModeLeft) {
   const std::uint16_t port = test_support::closedPort();
   socket s;
   ASSERT_TRUE(s.create());
@@ -111,17 +116,13 @@ TEST(SocketConnect, ClosedPortIsRefused) {
     ASSERT_TRUE(s.create());
     EXPECT_THROW(s.connect(makeAddress("127.0.0.1", port), true), kvs::UnableToConnectException);
   }
-}
-
-// A timed connect leaves the socket non-blocking only when reads or sends are timed too.
-TEST(SocketConnect, TimedConnectLeavesModeByOtherTimeouts) {
   for (std::uint32_t receiveTimeout : {0u, 500u}) {
     ScriptedServer server({pause(200)});
-    socket s(receiveTimeout, 0);
-    s.setConnectTimeout(2000);
-    ASSERT_TRUE(s.create());
-    ASSERT_TRUE(s.connect(makeAddress("127.0.0.1", server.port()), true));
-    EXPECT_EQ(s.nonBlocking(), receiveTimeout != 0);
+    socket t(receiveTimeout, 0);
+    t.setConnectTimeout(2000);
+    ASSERT_TRUE(t.create());
+    ASSERT_TRUE(t.connect(makeAddress("127.0.0.1", server.port()), true));
+    EXPECT_EQ(t.nonBlocking(), receiveTimeout != 0);
   }
 }
 
@@ -136,17 +137,6 @@ TEST(SocketSend, EmptyTextCrlfAndClosedSocket) {
   socket closed;
   EXPECT_FALSE(closed.sendLine("x", true, false));
   EXPECT_THROW(closed.sendLine("x", true, true), kvs::ConnectionResetException);
-}
-
-TEST(SocketPeek, DoesNotConsume) {
-  ScriptedServer server({send("ab"), pause(100), send("cdef\n")});
-  socket s(2000, 0);
-  connectTo(s, server.port());
-  std::string text;
-  ASSERT_TRUE(s.peek(text, 3, true));  // waits for the bytes that come later
-  EXPECT_EQ(text, "abc");
-  ASSERT_TRUE(s.receiveLine(text, true));
-  EXPECT_EQ(text, "abcdef");
 }
 
 // Plays the client side of accept(): connects and sends `first`. A second listener on the
