@@ -54,15 +54,25 @@ std::vector<Step> script(const std::string& greeting, const Lines& answers = {"2
   return steps;
 }
 
-// What the server sees of each refused login, and the error.
-TEST(CliLogin, Refusals) {
+// What the server sees of each login and refusal, through the login test, which never throws:
+// `reached` tells whether the server answered at all. The default session takes the settings.
+TEST(CliLogin, RefusalsAndTheLoginTest) {
+  const cgp::CLISettings saved = CLISession::settings();
+  {
+    ScriptedServer server(script("200 ready"));
+    CLISession::settings() = {CLISession::kWebUser, server.port(), "127.0.0.1", "admin", "pw"};
+    CLISession s;
+    EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline"}));
+  }
   const std::string refused = "Invalid username or password";
   const struct {
     std::uint32_t method;
     std::vector<Step> script;
-    std::string error;
+    std::string error;  // none: logged in
     Lines lines;
+    bool reached = true;
   } cases[] = {
+      {CLISession::kWebUser, script("200 ready"), "", {"AUTH WEBUSER u p w", "inline"}},
       {CLISession::kWebUser, script("200 ready", {"500 "}), refused, {"AUTH WEBUSER u p w"}},
       {CLISession::kPlain, script("200 ready", {"510 no such user"}), refused + " (no such user)",
        {"user u"}},
@@ -71,50 +81,21 @@ TEST(CliLogin, Refusals) {
       // Nothing is sent without a stamp to digest, or for an unknown method.
       {CLISession::kDigest, script("200 no stamp ", {}), "200 no stamp", {}},
       {3, script("200 ready", {}), "invalid or missing argument", {}},
-  };
-  for (const auto& c : cases) {
-    std::vector<Step> steps = c.script;
-    steps.push_back(receive());  // sees the client leave, or a line too many
-    ScriptedServer server(steps);
-    try {
-      CLISession s("127.0.0.1", server.port(), "u", "p w", c.method);
-      ADD_FAILURE() << "logged in";
-    } catch (const kvs::ProtocolException& e) {
-      EXPECT_EQ(e.what(), c.error);
-    }
-    EXPECT_EQ(server.finish(), c.lines) << c.error;
-  }
-}
-
-// The default session and the login test take the process-wide settings. The login test never
-// throws; `reached` tells whether the server answered at all.
-TEST(CliLogin, SettingsAndTheLoginTest) {
-  const cgp::CLISettings saved = CLISession::settings();
-  {
-    ScriptedServer server(script("200 ready"));
-    CLISession::settings() = {CLISession::kWebUser, server.port(), "127.0.0.1", "admin", "pw"};
-    CLISession s;
-    EXPECT_EQ(server.finish(), (Lines{"AUTH WEBUSER admin pw", "inline"}));
-  }
-  const struct {
-    std::vector<Step> script;
-    bool ok, reached;
-    std::string error;
-  } cases[] = {
-      {script("200 ready"), true, true, ""},
-      {script("200 ready", {"515 nope"}), false, true, "Invalid username or password (nope)"},
-      {{hangUp()}, false, false, "ConnectionResetException"},
-      {{}, false, false, "UnableToConnectException"},  // nothing listens
+      {CLISession::kWebUser, {hangUp()}, "ConnectionResetException", {}, false},
+      {CLISession::kWebUser, {}, "UnableToConnectException", {}, false},  // nothing listens
   };
   for (const auto& c : cases) {
     std::optional<ScriptedServer> server;
-    if (!c.script.empty()) server.emplace(c.script);
+    std::vector<Step> steps = c.script;
+    steps.push_back(receive());  // sees the client leave, or a line too many
+    if (!c.script.empty()) server.emplace(steps);
     CLISession::settings().port = server ? server->port() : test_support::closedPort();
     std::string error;
     bool reached = !c.reached;
-    EXPECT_EQ(CLISession::testLogin("u", "pw", CLISession::kWebUser, error, reached), c.ok);
-    EXPECT_EQ(reached, c.reached);
+    EXPECT_EQ(CLISession::testLogin("u", "p w", c.method, error, reached), c.error.empty());
+    EXPECT_EQ(reached, c.reached) << c.error;
     EXPECT_EQ(error, c.error);
+    EXPECT_EQ(server ? server->finish() : Lines{}, c.lines) << c.error;
   }
   CLISession::settings() = saved;
 }
