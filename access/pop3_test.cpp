@@ -156,58 +156,40 @@ namespace fs = std::filesystem;
 // line feeds in the mail file (CR LF on the wire); the second is there to be counted.
 const char* const kFirst = "Subject: dots\n\n.leading dot\n..two dots\n.\nafter a lone dot\n";
 
-// Needs root (the server drops to an unprivileged user for the mailbox) and the dovecot-pop3d
-// package; without either the test says why and is skipped.
-class DovecotServer {
- public:
-  // Starts the server; an empty result means it is up, anything else says why not.
-  std::string start() {
-    if (::access(kBinary, X_OK) != 0) return "dovecot is not installed (dovecot-pop3d)";
-    if (::geteuid() != 0) return "starting dovecot needs root";
-    const std::string mail = dir_.path() + "/home/alice/Maildir/";
-    for (const char* sub : {"cur", "new", "tmp"}) fs::create_directories(mail + sub);
-    dir_.write("home/alice/Maildir/cur/1.M1P1.velmora:2,", kFirst);
-    dir_.write("home/alice/Maildir/cur/2.M2P1.velmora:2,", "Subject: plain\n\njust text\n");
-    dir_.write("users", "alice:{PLAIN}wonderland\n");
-    fs::permissions(dir_.path(), static_cast<fs::perms>(0755));
-    if (test_support::run({"chown", "-R", "nobody", dir_.path() + "/home"}).exitCode != 0)
-      return "no user 'nobody' to own the mailbox";
-    port_ = test_support::closedPort();
-    std::string conf = test_support::readFile(VELMORA_SOURCE_DIR "/access/testdata/dovecot.conf");
-    for (const auto& [key, value] : {std::pair<std::string, std::string>{"@DIR@", dir_.path()},
-                                     {"@PORT@", std::to_string(port_)}}) {
-      for (std::size_t at; (at = conf.find(key)) != std::string::npos;)
-        conf.replace(at, key.size(), value);
-    }
-    conf_ = dir_.write("dovecot.conf", conf);
-    // It listens before it goes to the background; stopping waits until it is gone.
-    const test_support::Result r = test_support::run({kBinary, "-c", conf_}, "", 10);
-    started_ = r.exitCode == 0;
-    return started_ ? std::string() : "dovecot did not start: " + r.err + log();
-  }
-  ~DovecotServer() {
-    if (started_) test_support::run({kBinary, "-c", conf_, "stop"}, "", 10);
-  }
-  [[nodiscard]] std::uint16_t port() const { return port_; }
-  std::string log() const { return test_support::readFile(dir_.path() + "/dovecot.log"); }
-
- private:
-  static constexpr const char* kBinary = "/usr/sbin/dovecot";
-  test_support::TempDir dir_;
-  std::string conf_;
-  bool started_ = false;
-  std::uint16_t port_ = 0;
-};
-
 // USER/PASS with STAT, RETR of the dotted message and DELE; then APOP, which must find the
-// deletion kept.
+// deletion kept. Needs root (the server drops to 'nobody' for the mailbox) and the dovecot-pop3d
+// package; without either the test says why and is skipped.
 TEST(Pop3Dovecot, LoginsStatRetrDele) {
-  DovecotServer server;
-  const std::string why = server.start();
-  if (!why.empty()) GTEST_SKIP() << "Dovecot POP3 test skipped: " << why;
+  const std::string dovecot = "/usr/sbin/dovecot";
+  if (::access(dovecot.c_str(), X_OK) != 0 || ::geteuid() != 0)
+    GTEST_SKIP() << "Dovecot POP3 test skipped: it needs root and the dovecot-pop3d package";
+  test_support::TempDir dir;
+  const std::string mail = dir.path() + "/home/alice/Maildir/";
+  for (const char* sub : {"cur", "new", "tmp"}) fs::create_directories(mail + sub);
+  dir.write("home/alice/Maildir/cur/1.M1P1.velmora:2,", kFirst);
+  dir.write("home/alice/Maildir/cur/2.M2P1.velmora:2,", "Subject: plain\n\njust text\n");
+  dir.write("users", "alice:{PLAIN}wonderland\n");
+  fs::permissions(dir.path(), static_cast<fs::perms>(0755));
+  if (test_support::run({"chown", "-R", "nobody", dir.path() + "/home"}).exitCode != 0)
+    GTEST_SKIP() << "Dovecot POP3 test skipped: no user 'nobody' to own the mailbox";
+  const std::uint16_t port = test_support::closedPort();
+  std::string conf = test_support::readFile(VELMORA_SOURCE_DIR "/access/testdata/dovecot.conf");
+  for (const auto& [key, value] : {std::pair<std::string, std::string>{"@DIR@", dir.path()},
+                                   {"@PORT@", std::to_string(port)}}) {
+    for (std::size_t at; (at = conf.find(key)) != std::string::npos;)
+      conf.replace(at, key.size(), value);
+  }
+  // It listens before it goes to the background; stopping waits until it is gone.
+  const std::vector<std::string> start = {dovecot, "-c", dir.write("dovecot.conf", conf)};
+  const std::string log = dir.path() + "/dovecot.log";
+  ASSERT_EQ(test_support::run(start, "", 10).exitCode, 0) << test_support::readFile(log);
+  struct Stop {
+    std::vector<std::string> stop;
+    ~Stop() { test_support::run(stop, "", 10); }
+  } stop{{dovecot, "-c", start[2], "stop"}};
   auto logIn = [&](client& pop, bool apop) {
     pop.setTimeouts(10000, 10000);
-    pop.connect("127.0.0.1", server.port());
+    pop.connect("127.0.0.1", port);
     pop.login("alice", "wonderland", apop);
   };
   {
@@ -225,7 +207,7 @@ TEST(Pop3Dovecot, LoginsStatRetrDele) {
   client pop;
   logIn(pop, true);
   EXPECT_EQ(pop.count(), 1u);
-  if (HasFailure()) ADD_FAILURE() << server.log();
+  if (HasFailure()) ADD_FAILURE() << test_support::readFile(log);
 }
 
 }  // namespace
