@@ -97,12 +97,6 @@ TEST(SocketLines, PeersThatHangUpOrStaySilent) {
   }
 }
 
-TEST(SocketTimeouts, WaitTime) {
-  EXPECT_EQ(kvs::sock::waitTime(1999).microseconds, 999000);
-  EXPECT_EQ(kvs::sock::waitTime(4294967295u).seconds, 4294967);  // no 32-bit overflow
-  EXPECT_EQ(kvs::sock::waitTime(4294967295u).microseconds, 295000);
-}
-
 // A closed port is refused; a timed connect leaves the socket non-blocking only when reads or
 // sends are timed too.
 TEST(SocketConnect, RefusalsAndTheModeLeft) {
@@ -126,7 +120,7 @@ TEST(SocketConnect, RefusalsAndTheModeLeft) {
   }
 }
 
-TEST(SocketSend, EmptyTextCrlfAndClosedSocket) {
+TEST(SocketSend, EmptyTextCrlfAndClosedSockets) {
   ScriptedServer server({receive(), receive()});
   socket s(0, 1000);  // a timed send waits until the socket can be written to, not read from
   connectTo(s, server.port());
@@ -137,6 +131,10 @@ TEST(SocketSend, EmptyTextCrlfAndClosedSocket) {
   socket closed;
   EXPECT_FALSE(closed.sendLine("x", true, false));
   EXPECT_THROW(closed.sendLine("x", true, true), kvs::ConnectionResetException);
+  closed.attach(2);  // the standard handles are never closed
+  closed.close();
+  EXPECT_EQ(closed.handle(), 0u);
+  EXPECT_NE(::fcntl(2, F_GETFD), -1);
 }
 
 // Plays the client side of accept(): connects and sends `first`. A second listener on the
@@ -178,8 +176,12 @@ TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
   }
 }
 
-// Waits on one socket or on several end at a time-out or when data comes.
+// Waits on one socket or on several end at a time-out or when data comes; a wait's time in
+// seconds and microseconds does not overflow.
 TEST(SocketWait, IdleAndDataOnOneOrSeveralSockets) {
+  EXPECT_EQ(kvs::sock::waitTime(1999).microseconds, 999000);
+  EXPECT_EQ(kvs::sock::waitTime(4294967295u).seconds, 4294967);
+  EXPECT_EQ(kvs::sock::waitTime(4294967295u).microseconds, 295000);
   ScriptedServer quiet({pause(600)}), talking({pause(300), send("hi\n"), pause(600)});
   socket a, b;
   connectTo(a, quiet.port());
@@ -193,14 +195,6 @@ TEST(SocketWait, IdleAndDataOnOneOrSeveralSockets) {
   entries.pop_back();
   EXPECT_TRUE(socket::waitOnSet(entries, 50));
   EXPECT_FALSE(entries[0].ready);
-}
-
-TEST(SocketHandles, StandardHandlesAreNeverClosed) {
-  socket s;
-  s.attach(2);
-  s.close();
-  EXPECT_EQ(s.handle(), 0u);
-  EXPECT_NE(::fcntl(2, F_GETFD), -1);
 }
 
 // With every descriptor used up, socket() yields the invalid value; create() keeps it and
