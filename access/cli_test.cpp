@@ -123,8 +123,6 @@ TEST(CliSession, AnswersInPiecesAndHangUps) {
             "Connection with the server has reset");
 }
 
-// ---- The command set ----
-
 DataSet dict() { return cgp::parseDataSet("{k = v;}"); }
 DataSet arr() { return cgp::parseDataSet("(a, b)"); }
 

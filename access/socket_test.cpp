@@ -225,10 +225,9 @@ TEST(SocketHandles, InvalidHandleSurfacesAtConnect) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
-// The classic dotted forms (one to four parts, octal and hexadecimal ones too). A host meant as
-// a dotted address (nothing but digits and dots, or a last part that begins with a digit) is
-// never looked up as a name, wherever a connection is made: a malformed one is invalid.
-// Names are looked up.
+// The classic dotted forms (one to four parts, octal and hexadecimal too). A host meant as a
+// dotted address (only digits and dots, or a last part that begins with a digit) is never looked
+// up as a name, wherever a connection is made: a malformed one is invalid. Names are looked up.
 TEST(SocketAddress, DottedAddressesAndNames) {
   const kvs::sock::address a = makeAddress("0x7f.1", 106);
   EXPECT_EQ(a.ip, makeAddress("127.0.0.1", 0).ip);
