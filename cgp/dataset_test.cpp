@@ -1,6 +1,5 @@
-// The dataset value (kinds, sharing, equality, number to text, keys, elements and paths); its
-// text notation (quoting, both writer forms, the reader's grammar, its error line, round trips
-// over generated values); dataset files below a base directory with the main domain name.
+// The dataset value; its text notation (quoting, both writer forms, the reader's grammar, its
+// error line, round trips over generated values); dataset files and the main domain name.
 #include "cgp/dataset.h"
 
 #include <gtest/gtest.h>
@@ -22,26 +21,25 @@ namespace {
 using testing::CapturedOutput;
 using testing::ScratchDirectory;
 
-DataSet arrayOf(std::initializer_list<const char*> texts) {
+template <class... Items>
+DataSet arrayOf(const Items&... items) {
   DataSet a = DataSet::array();
-  for (const char* text : texts) a.append(DataSet(text));
+  (a.append(DataSet(items)), ...);
   return a;
 }
 
-TEST(DataSet, KindsAndTexts) {
+TEST(DataSet, KindsTextsAndSharing) {
   EXPECT_EQ(DataSet().kind(), DataSet::Empty);
   EXPECT_EQ(DataSet::block("b c").kind(), DataSet::Block);
   EXPECT_EQ(DataSet::block("b c").getText(), "b c");
   EXPECT_EQ(DataSet(true).getText() + DataSet(false).getText(), "YESNO");
-  EXPECT_EQ(arrayOf({"x"}).getText(), "");
+  EXPECT_EQ(arrayOf("x").getText(), "");
   // Six digits after the point, then trailing zeros and a bare point dropped.
   const std::pair<double, const char*> numbers[] = {
       {2.5, "2.5"}, {10, "10"}, {0, "0"}, {-1.25, "-1.25"}, {1e-7, "0"}, {1.0000004, "1"}};
   for (const auto& [number, text] : numbers) EXPECT_EQ(DataSet(number).getText(), text) << number;
   EXPECT_EQ(DataSet(-7L).getText(), "-7");
-}
-
-TEST(DataSet, CopiesShareOneNode) {
+  // Copies share one node.
   DataSet a = DataSet::array(), b = a;
   b.append(DataSet("x"));
   EXPECT_EQ(a.count(), 1u);
@@ -57,9 +55,9 @@ TEST(DataSet, Equality) {
   EXPECT_TRUE(DataSet::block("a") == DataSet::block("a"));
   EXPECT_FALSE(DataSet::block("a") == DataSet("a"));
   EXPECT_FALSE(DataSet("a") == DataSet(std::string("a\0", 2)));
-  EXPECT_TRUE(arrayOf({"a", "b"}) == arrayOf({"a", "b"}));
-  EXPECT_FALSE(arrayOf({"a", "b"}) == arrayOf({"a", "c"}));
-  EXPECT_FALSE(arrayOf({"a", "b"}) == arrayOf({"a"}));
+  EXPECT_TRUE(arrayOf("a", "b") == arrayOf("a", "b"));
+  EXPECT_FALSE(arrayOf("a", "b") == arrayOf("a", "c"));
+  EXPECT_FALSE(arrayOf("a", "b") == arrayOf("a"));
   // Dictionaries are never equal, not even to themselves, nor are arrays holding one.
   DataSet d = DataSet::dictionary(), outer = DataSet::array();
   d.set("k", DataSet("v"));
@@ -95,7 +93,7 @@ TEST(DataSet, KeysAndElements) {
 }
 
 TEST(DataSet, PathAccess) {
-  DataSet root = DataSet::dictionary(), list = arrayOf({"zero", "one", "two"});
+  DataSet root = DataSet::dictionary(), list = arrayOf("zero", "one", "two");
   DataSet inner = DataSet::dictionary();
   root.set("a", list);
   inner.set("c", DataSet("deep"));
@@ -127,12 +125,6 @@ TEST(DataSet, DeepValuesAreReleasedWithoutRecursion) {
   other = DataSet("gone");  // the last holder lets go of 50000 levels
 }
 
-DataSet arrayOf(std::initializer_list<DataSet> items) {
-  DataSet a = DataSet::array();
-  for (const auto& item : items) a.append(item);
-  return a;
-}
-
 // A text left empty after its escapes ("\r") is still quoted.
 TEST(DataSetText, Quoting) {
   const std::pair<std::string, const char*> rows[] = {
@@ -155,11 +147,11 @@ TEST(DataSetText, AtomCharacters) {
 
 TEST(DataSetText, WriterForms) {
   DataSet d = DataSet::dictionary();
-  d.set("key one", arrayOf({DataSet("a"), DataSet(), DataSet("b c")}));
+  d.set("key one", arrayOf("a", DataSet(), "b c"));
   EXPECT_EQ(writeDataSet(d, true), "{\"key one\" = (a,,\"b c\");}");
   EXPECT_EQ(writeDataSet(d, false), "\n{\n  \"key one\" = \n  (a,,\"b c\"\n  );\n}");
   EXPECT_EQ(writeDataSet(DataSet::array(), false), "\n(\n)");
-  DataSet nested = arrayOf({arrayOf({DataSet("x")}), DataSet("y")});
+  DataSet nested = arrayOf(arrayOf("x"), "y");
   EXPECT_EQ(writeDataSet(nested, false), "\n(\n  (x\n  ),y\n)");
   std::ostringstream deeper;
   writeDataSet(deeper, DataSet::array(), 2, false);
