@@ -104,18 +104,16 @@ TEST(RouterTable, LineSyntax) {
       addresses, domains);
   // A line splits at its first "=", each side at its first "*" (shown as "|").
   const auto sides = [](const std::vector<RouterEntry>& entries) {
-    std::vector<std::string> out;
+    std::string out;
     for (const RouterEntry& e : entries) {
-      out.push_back(e.leftPrefix + (e.leftStar ? "|" : "") + e.leftSuffix + " = " + e.rightPrefix +
-                    (e.rightStar ? "|" : "") + e.rightSuffix);
+      out += e.leftPrefix + (e.leftStar ? "|" : "") + e.leftSuffix + " = " + e.rightPrefix +
+             (e.rightStar ? "|" : "") + e.rightSuffix + ";";
     }
     return out;
   };
-  using Lines = std::vector<std::string>;
-  EXPECT_EQ(sides(addresses), (Lines{"a@b = c@d", "p|s@q = r|t@u = v", "| = |*", " = "}));
+  EXPECT_EQ(sides(addresses), "a@b = c@d;p|s@q = r|t@u = v;| = |*; = ;");
   // Only the line's last carriage return goes.
-  EXPECT_EQ(sides(domains),
-            (Lines{"x.test = y.test", "left = ", "lone = x", "\rcr.test = d.test\r"}));
+  EXPECT_EQ(sides(domains), "x.test = y.test;left = ;lone = x;\rcr.test = d.test\r;");
 }
 
 TEST(ServerFiles, ChangedFilesAreReread) {
