@@ -257,8 +257,7 @@ DataSet generate(std::mt19937& random, int depth) {
   }
 }
 
-// Dictionaries never compare equal and their entry order depends on how they were filled, so
-// round trips compare values entry by entry.
+// Dictionaries never compare equal: round trips compare values entry by entry.
 bool sameValue(const DataSet& a, const DataSet& b) {
   if (a.kind() != b.kind() || a.getText() != b.getText() || a.count() != b.count()) return false;
   for (std::size_t i = 0; i < a.elements().size(); ++i) {

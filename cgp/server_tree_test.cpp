@@ -40,7 +40,6 @@ TEST_F(ServerTree, RouterFiles) {
             (std::map<std::string, std::string>{{"root", "postmaster"}}));
 }
 
-// What a lookup answers; "-" where it finds nothing.
 std::string answer(const std::string& lookup, const std::string& given, ServerData& data) {
   std::string text = given;
   const std::size_t blank = given.find(' ');
@@ -63,7 +62,7 @@ std::string answer(const std::string& lookup, const std::string& given, ServerDa
   return text.empty() ? "-" : text;
 }
 
-// The lookups and their answers stand in a file beside the tree.
+// The lookups and their answers stand in tests/data/base-lookups.txt.
 TEST_F(ServerTree, Lookups) {
   std::ifstream in(std::string(VELMORA_SOURCE_DIR) + "/tests/data/base-lookups.txt");
   CapturedOutput quiet;
@@ -156,17 +155,14 @@ TEST(ServerFiles, ChangedFilesAreReread) {
   // New times make them read again; for the router, either table's time.
   base.write("SharedDomains/Settings/Router.data", "<a@x.test> = b@y.test\n");
   EXPECT_TRUE(loadRouter(data));
-  EXPECT_EQ(routed("one.test"), "a@three.test");
-  EXPECT_EQ(routed("x.test"), "b@y.test");
+  EXPECT_EQ(routed("one.test") + " " + routed("x.test"), "a@three.test b@y.test");
   for (const std::string& file : {aliases, domainAliases}) {
     const auto path = base.path() / file;
     std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + 5s);
   }
   reload();
-  EXPECT_EQ(domainOfAlias("one.test", data), "");
-  EXPECT_EQ(domainOfAlias("two.test", data), "d.test");
-  EXPECT_TRUE(resolveAlias(b, data));
-  EXPECT_EQ(b.account, "y");
+  EXPECT_EQ(domainOfAlias("one.test", data) + "|" + domainOfAlias("two.test", data), "|d.test");
+  EXPECT_TRUE(resolveAlias(b, data) && b.account == "y");
   // A removed file empties its table.
   std::filesystem::remove(base.path() / domainAliases);
   reload();
