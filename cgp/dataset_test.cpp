@@ -285,13 +285,9 @@ TEST(DataSetText, RoundTripsOfGeneratedValues) {
   }
 }
 
-class DataSetFile : public ::testing::Test {
- protected:
+TEST(DataSetFile, LoadsBelowTheBaseOrGivesAnEmptyValue) {
   ScratchDirectory scratch;
   ServerData data{scratch.path().string()};
-};
-
-TEST_F(DataSetFile, LoadsBelowTheBaseOrGivesAnEmptyValue) {
   CapturedOutput out;
   scratch.write("Settings/wrapped.settings", "({ DomainName = a.test; })");
   scratch.write("list.data", "(a, b)");
@@ -315,7 +311,9 @@ TEST_F(DataSetFile, LoadsBelowTheBaseOrGivesAnEmptyValue) {
                 "* while parsing \"string\" file: syntax error : near \"y\" (1:4)"}));
 }
 
-TEST_F(DataSetFile, MainDomainNameIsReadOnce) {
+TEST(DataSetFile, MainDomainNameIsReadOnce) {
+  ScratchDirectory scratch;
+  ServerData data{scratch.path().string()};
   CapturedOutput quiet;
   EXPECT_EQ(mainDomainName(data), "");
   scratch.write("Settings/Main.settings", "{ DomainName = late.test; }");
