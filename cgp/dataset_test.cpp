@@ -189,8 +189,7 @@ TEST(DataSetText, ErrorLines) {
   for (const auto& row : rows) {
     CapturedOutput out;
     const std::size_t before = parseErrorCount();
-    DataSet value = parseDataSet(row.text);
-    EXPECT_TRUE(value.isEmpty()) << row.why;
+    EXPECT_TRUE(parseDataSet(row.text).isEmpty()) << row.why;
     EXPECT_EQ(parseErrorCount(), before + 1) << row.why;
     EXPECT_EQ(out.text(), std::string("* while parsing \"string\" file: ") + row.line + "\n")
         << row.why;
