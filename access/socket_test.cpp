@@ -43,7 +43,8 @@ void connectTo(socket& s, std::uint16_t port) {
 
 // Lines ended by LF (a CR right before it dropped, any other CR kept) across chunks, the
 // longest over several receives. Line and chunk reads share one buffer: bytes behind a line
-// come before anything received later, and bytes handed back come first of all.
+// come before anything received later, and bytes handed back come first of all. A peek waits
+// for bytes that come later and consumes nothing.
 TEST(SocketLines, ChunksBecomeLinesInOrder) {
   const std::string q(5000, 'q');
   ScriptedServer server({send("abc\r\nde"), pause(30), send("f\ra\rb\nxy\r"), pause(30),
@@ -52,6 +53,8 @@ TEST(SocketLines, ChunksBecomeLinesInOrder) {
   socket s(3000, 0);
   connectTo(s, server.port());
   std::string text;
+  ASSERT_TRUE(s.peek(text, 9, true));
+  EXPECT_EQ(text, "abc\r\ndef\r");
   for (const std::string& line : Lines{"abc", "def\ra\rb", "xy", "", "", q + q}) {
     ASSERT_TRUE(s.receiveLine(text, true));
     EXPECT_EQ(text, line);
@@ -94,13 +97,9 @@ TEST(SocketLines, PeersThatHangUpOrStaySilent) {
   }
 }
 
-TEST(SocketTimeouts, WaitTime) {
-  EXPECT_EQ(kvs::sock::waitTime(1999).microseconds, 999000);
-  EXPECT_EQ(kvs::sock::waitTime(4294967295u).seconds, 4294967);  // no 32-bit overflow
-  EXPECT_EQ(kvs::sock::waitTime(4294967295u).microseconds, 295000);
-}
-
-TEST(SocketConnect, ClosedPortIsRefused) {
+// A closed port is refused; a timed connect leaves the socket non-blocking only when reads or
+// sends are timed too.
+TEST(SocketConnect, RefusalsAndTheModeLeft) {
   const std::uint16_t port = test_support::closedPort();
   socket s;
   ASSERT_TRUE(s.create());
@@ -111,21 +110,17 @@ TEST(SocketConnect, ClosedPortIsRefused) {
     ASSERT_TRUE(s.create());
     EXPECT_THROW(s.connect(makeAddress("127.0.0.1", port), true), kvs::UnableToConnectException);
   }
-}
-
-// A timed connect leaves the socket non-blocking only when reads or sends are timed too.
-TEST(SocketConnect, TimedConnectLeavesModeByOtherTimeouts) {
   for (std::uint32_t receiveTimeout : {0u, 500u}) {
     ScriptedServer server({pause(200)});
-    socket s(receiveTimeout, 0);
-    s.setConnectTimeout(2000);
-    ASSERT_TRUE(s.create());
-    ASSERT_TRUE(s.connect(makeAddress("127.0.0.1", server.port()), true));
-    EXPECT_EQ(s.nonBlocking(), receiveTimeout != 0);
+    socket t(receiveTimeout, 0);
+    t.setConnectTimeout(2000);
+    ASSERT_TRUE(t.create());
+    ASSERT_TRUE(t.connect(makeAddress("127.0.0.1", server.port()), true));
+    EXPECT_EQ(t.nonBlocking(), receiveTimeout != 0);
   }
 }
 
-TEST(SocketSend, EmptyTextCrlfAndClosedSocket) {
+TEST(SocketSend, EmptyTextCrlfAndClosedSockets) {
   ScriptedServer server({receive(), receive()});
   socket s(0, 1000);  // a timed send waits until the socket can be written to, not read from
   connectTo(s, server.port());
@@ -136,17 +131,10 @@ TEST(SocketSend, EmptyTextCrlfAndClosedSocket) {
   socket closed;
   EXPECT_FALSE(closed.sendLine("x", true, false));
   EXPECT_THROW(closed.sendLine("x", true, true), kvs::ConnectionResetException);
-}
-
-TEST(SocketPeek, DoesNotConsume) {
-  ScriptedServer server({send("ab"), pause(100), send("cdef\n")});
-  socket s(2000, 0);
-  connectTo(s, server.port());
-  std::string text;
-  ASSERT_TRUE(s.peek(text, 3, true));  // waits for the bytes that come later
-  EXPECT_EQ(text, "abc");
-  ASSERT_TRUE(s.receiveLine(text, true));
-  EXPECT_EQ(text, "abcdef");
+  closed.attach(2);  // the standard handles are never closed
+  closed.close();
+  EXPECT_EQ(closed.handle(), 0u);
+  EXPECT_NE(::fcntl(2, F_GETFD), -1);
 }
 
 // Plays the client side of accept(): connects and sends `first`. A second listener on the
@@ -188,8 +176,12 @@ TEST(SocketAccept, FirstThreeBytesDecidePlainText) {
   }
 }
 
-// Waits on one socket or on several end at a time-out or when data comes.
+// Waits on one socket or on several end at a time-out or when data comes; a wait's time in
+// seconds and microseconds does not overflow.
 TEST(SocketWait, IdleAndDataOnOneOrSeveralSockets) {
+  EXPECT_EQ(kvs::sock::waitTime(1999).microseconds, 999000);
+  EXPECT_EQ(kvs::sock::waitTime(4294967295u).seconds, 4294967);
+  EXPECT_EQ(kvs::sock::waitTime(4294967295u).microseconds, 295000);
   ScriptedServer quiet({pause(600)}), talking({pause(300), send("hi\n"), pause(600)});
   socket a, b;
   connectTo(a, quiet.port());
@@ -203,14 +195,6 @@ TEST(SocketWait, IdleAndDataOnOneOrSeveralSockets) {
   entries.pop_back();
   EXPECT_TRUE(socket::waitOnSet(entries, 50));
   EXPECT_FALSE(entries[0].ready);
-}
-
-TEST(SocketHandles, StandardHandlesAreNeverClosed) {
-  socket s;
-  s.attach(2);
-  s.close();
-  EXPECT_EQ(s.handle(), 0u);
-  EXPECT_NE(::fcntl(2, F_GETFD), -1);
 }
 
 // With every descriptor used up, socket() yields the invalid value; create() keeps it and
@@ -241,10 +225,9 @@ TEST(SocketHandles, InvalidHandleSurfacesAtConnect) {
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
-// The classic dotted forms (one to four parts, octal and hexadecimal ones too). A host meant as
-// a dotted address (nothing but digits and dots, or a last part that begins with a digit) is
-// never looked up as a name, wherever a connection is made: a malformed one is invalid.
-// Names are looked up.
+// The classic dotted forms (one to four parts, octal and hexadecimal too). A host meant as a
+// dotted address (only digits and dots, or a last part that begins with a digit) is never looked
+// up as a name, wherever a connection is made: a malformed one is invalid. Names are looked up.
 TEST(SocketAddress, DottedAddressesAndNames) {
   const kvs::sock::address a = makeAddress("0x7f.1", 106);
   EXPECT_EQ(a.ip, makeAddress("127.0.0.1", 0).ip);

@@ -1,12 +1,10 @@
-// The dataset value (kinds, sharing, equality, number to text, keys, elements and paths); its
-// text notation (quoting, both writer forms, the reader's grammar, its error line, round trips
-// over generated values); dataset files below a base directory with the main domain name.
+// The dataset value; its text notation (quoting, both writer forms, the reader's grammar, its
+// error line, round trips over generated values); dataset files and the main domain name.
 #include "cgp/dataset.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
-#include <sstream>
 #include <string>
 
 #include "cgp/dataset_file.h"
@@ -22,26 +20,25 @@ namespace {
 using testing::CapturedOutput;
 using testing::ScratchDirectory;
 
-DataSet arrayOf(std::initializer_list<const char*> texts) {
+template <class... Items>
+DataSet arrayOf(const Items&... items) {
   DataSet a = DataSet::array();
-  for (const char* text : texts) a.append(DataSet(text));
+  (a.append(DataSet(items)), ...);
   return a;
 }
 
-TEST(DataSet, KindsAndTexts) {
+TEST(DataSet, KindsTextsAndSharing) {
   EXPECT_EQ(DataSet().kind(), DataSet::Empty);
   EXPECT_EQ(DataSet::block("b c").kind(), DataSet::Block);
   EXPECT_EQ(DataSet::block("b c").getText(), "b c");
   EXPECT_EQ(DataSet(true).getText() + DataSet(false).getText(), "YESNO");
-  EXPECT_EQ(arrayOf({"x"}).getText(), "");
+  EXPECT_EQ(arrayOf("x").getText(), "");
   // Six digits after the point, then trailing zeros and a bare point dropped.
   const std::pair<double, const char*> numbers[] = {
       {2.5, "2.5"}, {10, "10"}, {0, "0"}, {-1.25, "-1.25"}, {1e-7, "0"}, {1.0000004, "1"}};
   for (const auto& [number, text] : numbers) EXPECT_EQ(DataSet(number).getText(), text) << number;
   EXPECT_EQ(DataSet(-7L).getText(), "-7");
-}
-
-TEST(DataSet, CopiesShareOneNode) {
+  // Copies share one node.
   DataSet a = DataSet::array(), b = a;
   b.append(DataSet("x"));
   EXPECT_EQ(a.count(), 1u);
@@ -51,24 +48,22 @@ TEST(DataSet, CopiesShareOneNode) {
 }
 
 TEST(DataSet, Equality) {
-  EXPECT_TRUE(DataSet() == DataSet());
-  EXPECT_FALSE(DataSet() == DataSet(""));
-  EXPECT_TRUE(DataSet(true) == DataSet("YES"));
-  EXPECT_TRUE(DataSet::block("a") == DataSet::block("a"));
-  EXPECT_FALSE(DataSet::block("a") == DataSet("a"));
-  EXPECT_FALSE(DataSet("a") == DataSet(std::string("a\0", 2)));
-  EXPECT_TRUE(arrayOf({"a", "b"}) == arrayOf({"a", "b"}));
-  EXPECT_FALSE(arrayOf({"a", "b"}) == arrayOf({"a", "c"}));
-  EXPECT_FALSE(arrayOf({"a", "b"}) == arrayOf({"a"}));
-  // Dictionaries are never equal, not even to themselves, nor are arrays holding one.
-  DataSet d = DataSet::dictionary(), outer = DataSet::array();
+  DataSet d = DataSet::dictionary(), outer = DataSet::array(), odd("t");
   d.set("k", DataSet("v"));
   outer.append(d);
-  EXPECT_FALSE(d == d);
-  EXPECT_FALSE(outer == outer);
-  DataSet odd("t");
   odd->kind = 5;  // no valid value has it, but a node may hold anything
-  EXPECT_FALSE(odd == odd);
+  const std::pair<DataSet, DataSet> equal[] = {
+      {DataSet(), DataSet()}, {DataSet(true), DataSet("YES")},
+      {DataSet::block("a"), DataSet::block("a")}, {arrayOf("a", "b"), arrayOf("a", "b")}};
+  for (const auto& [a, b] : equal) EXPECT_TRUE(a == b) << writeDataSet(a, true);
+  // Dictionaries are never equal, not even to themselves, nor are arrays holding one.
+  const std::pair<DataSet, DataSet> unequal[] = {
+      {DataSet(), DataSet("")}, {DataSet::block("a"), DataSet("a")},
+      {DataSet("a"), DataSet(std::string("a\0", 2))}, {arrayOf("a", "b"), arrayOf("a", "c")},
+      {arrayOf("a", "b"), arrayOf("a")}, {d, d}, {outer, outer}, {odd, odd}};
+  for (std::size_t i = 0; i < std::size(unequal); ++i) {
+    EXPECT_FALSE(unequal[i].first == unequal[i].second) << i;
+  }
 }
 
 TEST(DataSet, KeysAndElements) {
@@ -79,8 +74,7 @@ TEST(DataSet, KeysAndElements) {
   EXPECT_EQ(d.kind(), DataSet::Dictionary);
   EXPECT_EQ(d.get("Key").getText(), "3");
   EXPECT_FALSE(d.has("KEY"));
-  EXPECT_TRUE(d.erase("key"));
-  EXPECT_FALSE(d.erase("key"));
+  EXPECT_TRUE(d.erase("key") && !d.erase("key"));
   EXPECT_EQ(d.count(), 1u);
   EXPECT_TRUE(d.at(0).isEmpty());
   EXPECT_THROW(d.append(DataSet()), kvs::Exception);
@@ -88,14 +82,13 @@ TEST(DataSet, KeysAndElements) {
   a.append(DataSet("x"));
   EXPECT_EQ(a.kind(), DataSet::Array);
   EXPECT_EQ(a.at(0).getText(), "x");
-  EXPECT_TRUE(a.at(1).isEmpty());
-  EXPECT_TRUE(a.get("x").isEmpty());
+  EXPECT_TRUE(a.at(1).isEmpty() && a.get("x").isEmpty());
   EXPECT_THROW(a.set("k", DataSet()), kvs::Exception);
   EXPECT_THROW(DataSet("t").append(DataSet()), kvs::Exception);
 }
 
 TEST(DataSet, PathAccess) {
-  DataSet root = DataSet::dictionary(), list = arrayOf({"zero", "one", "two"});
+  DataSet root = DataSet::dictionary(), list = arrayOf("zero", "one", "two");
   DataSet inner = DataSet::dictionary();
   root.set("a", list);
   inner.set("c", DataSet("deep"));
@@ -127,12 +120,6 @@ TEST(DataSet, DeepValuesAreReleasedWithoutRecursion) {
   other = DataSet("gone");  // the last holder lets go of 50000 levels
 }
 
-DataSet arrayOf(std::initializer_list<DataSet> items) {
-  DataSet a = DataSet::array();
-  for (const auto& item : items) a.append(item);
-  return a;
-}
-
 // A text left empty after its escapes ("\r") is still quoted.
 TEST(DataSetText, Quoting) {
   const std::pair<std::string, const char*> rows[] = {
@@ -153,17 +140,14 @@ TEST(DataSetText, AtomCharacters) {
   }
 }
 
-TEST(DataSetText, WriterForms) {
+// The one-line form is read back in every grammar row below.
+TEST(DataSetText, IndentedForm) {
   DataSet d = DataSet::dictionary();
-  d.set("key one", arrayOf({DataSet("a"), DataSet(), DataSet("b c")}));
-  EXPECT_EQ(writeDataSet(d, true), "{\"key one\" = (a,,\"b c\");}");
+  d.set("key one", arrayOf("a", DataSet(), "b c"));
   EXPECT_EQ(writeDataSet(d, false), "\n{\n  \"key one\" = \n  (a,,\"b c\"\n  );\n}");
   EXPECT_EQ(writeDataSet(DataSet::array(), false), "\n(\n)");
-  DataSet nested = arrayOf({arrayOf({DataSet("x")}), DataSet("y")});
+  DataSet nested = arrayOf(arrayOf("x"), "y");
   EXPECT_EQ(writeDataSet(nested, false), "\n(\n  (x\n  ),y\n)");
-  std::ostringstream deeper;
-  writeDataSet(deeper, DataSet::array(), 2, false);
-  EXPECT_EQ(deeper.str(), "\n    (\n    )");
 }
 
 // Each text, and what it reads back as written in the one-line form, which tells the kind too
@@ -205,8 +189,7 @@ TEST(DataSetText, ErrorLines) {
   for (const auto& row : rows) {
     CapturedOutput out;
     const std::size_t before = parseErrorCount();
-    DataSet value = parseDataSet(row.text);
-    EXPECT_TRUE(value.isEmpty()) << row.why;
+    EXPECT_TRUE(parseDataSet(row.text).isEmpty()) << row.why;
     EXPECT_EQ(parseErrorCount(), before + 1) << row.why;
     EXPECT_EQ(out.text(), std::string("* while parsing \"string\" file: ") + row.line + "\n")
         << row.why;
@@ -273,8 +256,7 @@ DataSet generate(std::mt19937& random, int depth) {
   }
 }
 
-// Dictionaries never compare equal and their entry order depends on how they were filled, so
-// round trips compare values entry by entry.
+// Dictionaries never compare equal: round trips compare values entry by entry.
 bool sameValue(const DataSet& a, const DataSet& b) {
   if (a.kind() != b.kind() || a.getText() != b.getText() || a.count() != b.count()) return false;
   for (std::size_t i = 0; i < a.elements().size(); ++i) {
@@ -302,13 +284,10 @@ TEST(DataSetText, RoundTripsOfGeneratedValues) {
   }
 }
 
-class DataSetFile : public ::testing::Test {
- protected:
+TEST(DataSetFile, LoadsBelowTheBaseOrGivesAnEmptyValue) {
   ScratchDirectory scratch;
   ServerData data{scratch.path().string()};
-};
-
-TEST_F(DataSetFile, LoadsBelowTheBase) {
+  CapturedOutput out;
   scratch.write("Settings/wrapped.settings", "({ DomainName = a.test; })");
   scratch.write("list.data", "(a, b)");
   EXPECT_EQ(loadDataSet("Settings/wrapped.settings", data).get("DomainName").getText(), "a.test");
@@ -319,12 +298,8 @@ TEST_F(DataSetFile, LoadsBelowTheBase) {
   EXPECT_EQ(ServerData("srv").inBase("Settings/x"), "srv/Settings/x");
   EXPECT_EQ(ServerData("srv/").inBase("a"), "srv/a");
   EXPECT_EQ(ServerData("srv").inBase("/abs/x"), "/abs/x");
-}
-
-TEST_F(DataSetFile, FailuresGiveAnEmptyValue) {
   scratch.write("broken.data", "{ a = b;\n  c = }");
   scratch.write("empty.data", " \n");
-  CapturedOutput out;
   for (const char* path : {"missing.data", "broken.data", "empty.data", ""}) {
     EXPECT_TRUE(loadDataSet(path, data).isEmpty()) << path;
   }
@@ -335,7 +310,9 @@ TEST_F(DataSetFile, FailuresGiveAnEmptyValue) {
                 "* while parsing \"string\" file: syntax error : near \"y\" (1:4)"}));
 }
 
-TEST_F(DataSetFile, MainDomainNameIsReadOnce) {
+TEST(DataSetFile, MainDomainNameIsReadOnce) {
+  ScratchDirectory scratch;
+  ServerData data{scratch.path().string()};
   CapturedOutput quiet;
   EXPECT_EQ(mainDomainName(data), "");
   scratch.write("Settings/Main.settings", "{ DomainName = late.test; }");

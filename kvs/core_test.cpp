@@ -1,14 +1,10 @@
-// Answer and comment lines: shapes, the repetition filter, archiveFile (whole lines from many
-// threads are checked by the threaded engine's test). Holder rings: the last holder destroys the
-// object exactly once, whatever the release order; and the thread object, which hands its
-// argument's holder to the thread.
+// Answer and comment lines, the repetition filter, archiveFile; holder rings (the last holder
+// destroys the object once); the thread object, which hands its argument's holder to the thread.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <fstream>
-#include <random>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -16,23 +12,15 @@
 #include "kvs/log.h"
 #include "kvs/ptr.h"
 #include "kvs/thread.h"
+#include "tests/support/support.h"
 
 namespace {
 
 std::string captured;
 
-class LogLines : public ::testing::Test {
- protected:
-  void SetUp() override {
-    captured.clear();
-    kvs::resetRepeatTable();
-    previous_ = kvs::setOutputWriter([](std::string_view text) { captured.append(text); });
-  }
-  void TearDown() override { kvs::setOutputWriter(previous_); }
-  kvs::OutputWriter previous_ = nullptr;
-};
-
-TEST_F(LogLines, Shapes) {
+TEST(LogLines, ShapesAndTheRepetitionFilter) {
+  kvs::resetRepeatTable();
+  const auto previous = kvs::setOutputWriter([](std::string_view t) { captured.append(t); });
   kvs::outline() << "7 OK" << "\n\n";  // exactly one line feed
   kvs::outline() << 12 << ' ' << std::string("x");
   {
@@ -50,12 +38,10 @@ TEST_F(LogLines, Shapes) {
             "7 OK\n12 x\na\n"
             "* Ready to receive INTF command.\n* [12] Thread processing started\n* no number\n"
             "* 7: Filter is shutting down...\n* [5] a\n* [5] b\n* src: x\n* src: \n* src: y\n");
-}
-
-// Per source, a comment equal to the one before is held back and counted; the summary counts
-// the first occurrence too and comes before the next different comment. Comments without a
-// source are never held back.
-TEST_F(LogLines, RepetitionFilter) {
+  // Per source, a comment equal to the one before is held back and counted; the summary counts
+  // the first occurrence too and comes before the next different comment. Comments without a
+  // source are never held back.
+  captured.clear();
   const std::pair<const char*, const char*> comments[] = {
       {"7", "same"}, {"7", "same"}, {"7", "same"}, {"7", "other"}, {"a", "one"},
       {"b", "one"},  {"a", "two"},  {"a", "two"},  {"b", "one"},   {"a", "one"}};
@@ -66,27 +52,20 @@ TEST_F(LogLines, RepetitionFilter) {
             "* 7: same\n* 7: (Last message repeated 3 times)\n* 7: other\n"
             "* a: one\n* b: one\n* a: two\n* a: (Last message repeated 2 times)\n* a: one\n"
             "* [3] Accepting message\n* [3] Accepting message\n");
+  kvs::setOutputWriter(previous);
 }
 
 TEST(ArchiveFile, MovesAsideAndAvoidsExistingNames) {
-  namespace fs = std::filesystem;
-  const fs::path dir = fs::temp_directory_path() /
-                       ("velmora-archive-" + std::to_string(std::random_device()()));
-  fs::remove_all(dir);
-  fs::create_directories(dir);
-  const std::string file = (dir / "log.txt").string();
-  std::ofstream(file) << "first";
-  const std::string first = kvs::archiveFile(file);
-  EXPECT_TRUE(!fs::exists(file) && fs::exists(first));
+  test_support::TempDir dir;
+  const std::string file = dir.write("log.txt", "first"), first = kvs::archiveFile(file);
+  EXPECT_TRUE(!std::filesystem::exists(file) && std::filesystem::exists(first));
   const std::string suffix = first.substr(file.size());
   EXPECT_TRUE(std::regex_match(suffix, std::regex(R"(\.\d{8}-\d{6})"))) << suffix;
   // Within the same second the target name is taken: ".1" is added.
-  std::ofstream(file) << "second";
-  const std::string second = kvs::archiveFile(file);
+  const std::string second = kvs::archiveFile(dir.write("log.txt", "second"));
   EXPECT_TRUE(second.substr(file.size(), 16) != suffix || second == first + ".1") << second;
-  EXPECT_TRUE(fs::exists(second));
-  EXPECT_EQ(kvs::archiveFile((dir / "missing").string()), "");
-  fs::remove_all(dir);
+  EXPECT_TRUE(std::filesystem::exists(second));
+  EXPECT_EQ(kvs::archiveFile(dir.path() + "/missing"), "");
 }
 
 struct Counted {
@@ -156,15 +135,13 @@ TEST(ThreadSafePtr, ConcurrentCopiesAndReleases) {
   EXPECT_EQ(destroyed, 1);
 }
 
-// Notes the thread that destroys it.
-struct Witness {
+struct Witness {  // notes the thread that destroys it
   explicit Witness(std::thread::id& where) : destroyedOn(where) {}
   ~Witness() { destroyedOn = std::this_thread::get_id(); }
   std::thread::id& destroyedOn;
 };
 
-// A plain ptr ring is unlocked: after start no holder may be left with the starting thread,
-// so the thread's function, which drops the last holder, destroys the object on the thread.
+// A plain ptr ring is unlocked: the thread's function must drop the last holder.
 TEST(Thread, HandsTheOnlyHolderToTheThreadAndStartsOnce) {
   std::thread::id destroyedOn;
   kvs::ptr<Witness> argument(new Witness(destroyedOn));

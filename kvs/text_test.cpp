@@ -1,16 +1,15 @@
-// The text utilities: the character classes and the case table over all 256 bytes, trimming,
-// hexadecimal and the dataset escapes, base64 in both alphabets, MD5, modified UTF-7; the date
-// formatter's markers and the RFC 822 parser's zones and years.
+// Character classes and the case table over all 256 bytes, trimming, base64 in both alphabets,
+// MD5, modified UTF-7; the date formatter's markers and the RFC 822 parser's zones and years.
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <ctype.h>
 #include <map>
 #include <tuple>
 
 #include "kvs/ascii.h"
 #include "kvs/base64.h"
 #include "kvs/date.h"
-#include "kvs/escape.h"
 #include "kvs/md5.h"
 #include "kvs/utf7.h"
 
@@ -19,18 +18,16 @@ namespace {
 // Below 128 the tables must agree with the "C" locale's own classification; above it no byte
 // belongs to a class.
 TEST(CharClasses, EveryByte) {
+  const std::pair<bool (*)(unsigned char), int (*)(int)> classes[] = {
+      {kvs::isSpace, ::isspace}, {kvs::isDigit, ::isdigit},   {kvs::isUpper, ::isupper},
+      {kvs::isLower, ::islower}, {kvs::isAlpha, ::isalpha},   {kvs::isAlnum, ::isalnum},
+      {kvs::isXDigit, ::isxdigit}, {kvs::isPunct, ::ispunct}};
   for (int c = 0; c < 256; ++c) {
     const auto b = static_cast<unsigned char>(c);
-    const bool ascii = c < 128;
-    EXPECT_EQ(kvs::isSpace(b), ascii && std::isspace(c)) << c;
-    EXPECT_EQ(kvs::isDigit(b), ascii && std::isdigit(c)) << c;
-    EXPECT_EQ(kvs::isUpper(b), ascii && std::isupper(c)) << c;
-    EXPECT_EQ(kvs::isLower(b), ascii && std::islower(c)) << c;
-    EXPECT_EQ(kvs::isAlpha(b), ascii && std::isalpha(c)) << c;
-    EXPECT_EQ(kvs::isAlnum(b), ascii && std::isalnum(c)) << c;
-    EXPECT_EQ(kvs::isXDigit(b), ascii && std::isxdigit(c)) << c;
-    EXPECT_EQ(kvs::isPunct(b), ascii && std::ispunct(c)) << c;
-    EXPECT_EQ(kvs::asciiLower(b), ascii ? std::tolower(c) : c) << c;
+    for (std::size_t k = 0; k < std::size(classes); ++k) {
+      EXPECT_EQ(classes[k].first(b), c < 128 && classes[k].second(c)) << c << " class " << k;
+    }
+    EXPECT_EQ(kvs::asciiLower(b), c < 128 ? std::tolower(c) : c) << c;
   }
 }
 
@@ -55,7 +52,8 @@ TEST(CaseTable, EveryByte) {
   EXPECT_EQ(kvs::toLower(std::string("\xC0\x8A-ABC")), "\xC0\x9A-abc");
 }
 
-TEST(TextUtilities, CaseFoldingTrimmingAndEscapes) {
+// Hexadecimal is read back in the MD5 digests, the escapes in the engine's answers.
+TEST(TextUtilities, CaseFoldingAndTrimming) {
   EXPECT_TRUE(kvs::equalsIgnoreCase("Content-Type:", "content-type:"));
   EXPECT_FALSE(kvs::equalsIgnoreCase("\xC0", "\xE0"));
   EXPECT_TRUE(kvs::startsWithIgnoreCase("BASE64x", "base64"));
@@ -63,9 +61,6 @@ TEST(TextUtilities, CaseFoldingTrimmingAndEscapes) {
   EXPECT_EQ(kvs::trim("\t\v\f x y\r\n "), "x y");
   EXPECT_EQ(kvs::trimLeft(" \xA0"), "\xA0");
   EXPECT_EQ(kvs::trim("   "), "");
-  EXPECT_EQ(kvs::hex(std::string("\x00\x0f\xab\xff", 4)), "000fabff");
-  EXPECT_EQ(kvs::escapeString(std::string("a\\b\r\nc\td\"e\"\0f", 13)),
-            "a\\\\b\\ec\\td\\\"e\\\"\\0f");
 }
 
 TEST(Base64, KnownVectorsInBothAlphabets) {
@@ -73,10 +68,9 @@ TEST(Base64, KnownVectorsInBothAlphabets) {
       {"", "", ""}, {"f", "Zg==", "Zg"}, {"fo", "Zm8=", "Zm8"}, {"foobar", "Zm9vYmFy", "Zm9vYmFy"},
       {std::string(1, '\0'), "AA==", "AA"}, {"\xff\xff\xfe", "///+", ",,,+"}};
   for (const auto& [bytes, standard, modified] : rows) {
-    EXPECT_EQ(kvs::base64Encode(bytes), standard);
-    EXPECT_EQ(kvs::base64Encode(bytes, true), modified);
-    EXPECT_EQ(kvs::base64Decode(standard), bytes);
-    EXPECT_EQ(kvs::base64Decode(modified, true), bytes);
+    EXPECT_EQ(kvs::base64Encode(bytes) + "|" + kvs::base64Encode(bytes, true) + "|" +
+                  kvs::base64Decode(standard) + "|" + kvs::base64Decode(modified, true),
+              standard + "|" + modified + "|" + bytes + "|" + bytes);
   }
   // Line breaks are skipped, padding ends the data, a lone last character is dropped.
   EXPECT_EQ(kvs::base64Decode("Zm9v\r\nYmFy"), "foobar");
@@ -87,8 +81,7 @@ TEST(Base64, KnownVectorsInBothAlphabets) {
 // The test suite of RFC 1321, and the same digest whatever the pieces it is fed in.
 TEST(Md5, Rfc1321VectorsAndPieces) {
   const std::pair<const char*, const char*> rows[] = {
-      {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+      {"", "d41d8cd98f00b204e9800998ecf8427e"}, {"abc", "900150983cd24fb0d6963f7d28e17f72"},
       {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
        "d174ab98d277d9f5a5611c2c9f419d9f"},
       {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
@@ -116,8 +109,7 @@ TEST(Utf7, MailboxNames) {
       {"\xC2\x80\xE0\xA0\x80\xF0\x90\x80\x80", "&AIAIANgA3AA-"},
   };
   for (const auto& [utf8, utf7] : rows) {
-    EXPECT_EQ(kvs::utf7Encode(utf8), utf7);
-    EXPECT_EQ(kvs::utf7Decode(utf7), utf8);
+    EXPECT_EQ(kvs::utf7Encode(utf8) + "|" + kvs::utf7Decode(utf7), std::string(utf7) + "|" + utf8);
   }
   // Invalid UTF-8 is taken as Latin-1; broken sections stay as they are.
   EXPECT_EQ(kvs::utf7Encode("caf\xE9\xF5\x80\x80"), "caf&AOkA9QCAAIA-");
@@ -144,8 +136,7 @@ TEST(DateFormat, PatternLetters) {
   EXPECT_EQ(d.format("ww, MMMM"), "Wednesday, September");
 }
 
-// The suite runs with TZ=UTC0 (see CMakeLists.txt), so local time is GMT here: a parsed date's
-// fields are the instant it stands for, which rfc822() shows.
+// The suite runs with TZ=UTC0: a parsed date's fields are the instant rfc822() shows.
 TEST(DateParse, FieldsStandForTheInstant) {
   const std::tuple<const char*, const char*, int> rows[] = {
       {"Tue, 5 Mar 2024 10:20 EST", "Tue, 5 Mar 2024 15:20:00 GMT", -18000},
@@ -174,10 +165,8 @@ TEST(DateParse, FieldsStandForTheInstant) {
   }
   const std::pair<const char*, int> zones[] = {{"PST", -8}, {"PDT", -7}, {"MST", -7}, {"MDT", -6},
                                                {"CST", -6}, {"CDT", -5}, {"EST", -5}, {"EDT", -4}};
-  for (const auto& [zone, hours] : zones) {
-    const kvs::Date z = kvs::Date::parse(std::string("1 Jan 2000 12:00:00 ") + zone);
-    EXPECT_EQ(z.zoneOffset, hours * 3600) << zone;
-    EXPECT_EQ(z.rfc822(), "Sat, 1 Jan 2000 " + std::to_string(12 - hours) + ":00:00 GMT") << zone;
+  for (const auto& [zone, hours] : zones) {  // applied like the numeric ones in the rows above
+    EXPECT_EQ(kvs::Date::parse(std::string("1 Jan 2000 12:00 ") + zone).zoneOffset, hours * 3600);
   }
 }
 

@@ -1,6 +1,5 @@
-// The programs under test and their test data. VELMORA_PROGRAM_PATH and VELMORA_TOOL_PATH replace
-// the velmora and velmora-tool of this build; VELMORA_RUNNER (for example "wine64") is put in
-// front of each when it is set, so both must then be of its kind.
+// The programs under test and their data. VELMORA_PROGRAM_PATH and VELMORA_TOOL_PATH replace this
+// build's programs; VELMORA_RUNNER (say "wine64"), when set, is put in front of each.
 #pragma once
 
 #include <algorithm>
@@ -16,8 +15,7 @@ namespace programs {
 using test_support::Result;
 using test_support::run;
 
-// A program of this build, started through the build's emulator where the kernel cannot start
-// it (a 32-bit build on a 64-bit-only kernel).
+// A program of this build, through the build's emulator where the kernel cannot start it.
 inline std::vector<std::string> ownProgram(const std::string& path) {
 #ifdef VELMORA_EMULATOR
   return {VELMORA_EMULATOR, path};
@@ -26,7 +24,6 @@ inline std::vector<std::string> ownProgram(const std::string& path) {
 #endif
 }
 
-// True when the programs under test are Windows programs run through VELMORA_RUNNER.
 inline bool windowsPrograms() {
   const char* runner = std::getenv("VELMORA_RUNNER");
   return runner && *runner;
@@ -47,17 +44,14 @@ inline std::vector<std::string> tool(const std::vector<std::string>& args) {
   return argv;
 }
 
-// Whether the child ended the way the C++ runtime ends a process after an uncaught exception:
-// by a signal (SIGABRT) on POSIX; on Windows abort() exits with code 3 instead.
+// Ended as after an uncaught exception: by SIGABRT on POSIX, exit code 3 on Windows.
 inline bool endedByAbort(const Result& r) {
   return windowsPrograms() ? r.signal == 0 && r.exitCode == 3 : r.signal != 0;
 }
 
-// The lines every run of velmora starts with.
 inline const std::string kBanner =
     "* Korvantis's Velmora filter v1.2.1b running...\n* Ready to receive INTF command.\n";
 
-// The test data, and the shared corpus of real messages beside the source tree.
 inline const std::string kDataDir = VELMORA_SOURCE_DIR "/tests/data";
 inline const std::string kCorpusDir = VELMORA_SOURCE_DIR "/../shared/corpus";
 
@@ -82,12 +76,10 @@ inline std::vector<std::string> split(const std::string& text, char at) {
   return parts;
 }
 
-// The messages whose answers are known: each tests/data/messages/NAME.msg beside its NAME.answer
-// (the answer line after the request number), and each message of the shared corpus that
-// tests/data/corpus holds an answer for, under the same name.
+// Each tests/data/messages/NAME.msg with its NAME.answer (the answer after the request number),
+// and each shared corpus message that tests/data/corpus holds an answer for.
 struct Sample {
-  std::string file;
-  std::string answer;
+  std::string file, answer;
 };
 inline std::vector<Sample> samples() {
   std::vector<Sample> all;

@@ -1,7 +1,5 @@
-// The helper protocol as the server sees it. Expected answers and transcripts are data beside
-// their inputs: velmora, asked for one message alone, gives the answer that tests/data holds for
-// it (see samples()); fed tests/data/protocol/NAME.in, it writes exactly NAME.out. Here too
-// what a transcript cannot say: names that are no files, a crash, a reader that goes away.
+// The helper protocol: each sample alone gets its answer (samples()); tests/data/protocol/NAME.in
+// gives exactly NAME.out; and what a transcript cannot say: no files, a crash, a reader gone.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -24,7 +22,6 @@ TEST(Transcripts, EachMessageAlone) {
 }
 
 TEST(Transcripts, ProtocolSessions) {
-  // The requests name files relative to the folder of the transcripts.
   const std::string folder = kDataDir + "/protocol";
   const auto inputs = filesIn(folder, ".in");
   ASSERT_GE(inputs.size(), 2u);
@@ -64,8 +61,7 @@ TEST(Protocol, CrashRequestEndsTheProcessAbnormally) {
 }
 
 TEST(Protocol, ClosedStandardOutputDoesNotKillTheFilter) {
-  // The reader of its output goes away after one byte; the filter must go on reading its input
-  // to the end and exit normally instead of dying of a broken pipe.
+  // The reader goes away after one byte: the filter reads on to the end and exits normally.
   const std::string script =
       "i=0; while [ $i -lt 20000 ]; do echo \"$i KEY\"; i=$((i+1)); done | \"$@\" | head -c 1 "
       ">/dev/null; echo \"status=${PIPESTATUS[1]}\"";

@@ -1,8 +1,6 @@
-// Long request streams through one filter process: the sample messages between hostile ones,
-// files that are missing, are no files, or are taken away between the engine's check and the
-// scan, and protocol rows. Every request gets exactly its one answer, in order; every sample is
-// answered exactly as when it is sent alone (its .answer), and so is each hostile message whose
-// findings are known.
+// Long request streams through one filter: samples between hostile messages, files missing or
+// taken away, protocol rows. Each request gets its one answer, in order; a sample gets its answer
+// alone (.answer), and so does each hostile message whose findings are known.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,14 +16,12 @@ namespace fs = std::filesystem;
 using namespace programs;
 using test_support::TempDir;
 
-// The answer for these findings, as the engine writes it.
 std::string addHeader(const std::vector<std::string>& findings) {
   std::string text;
   for (const auto& f : findings) text += "X-AttachExt: " + f + "\\e";
   return "ADDHEADER \"" + text + "X-ExtScanner: Korvantis's Velmora\"";
 }
 
-// Requests, each with what must come back for it.
 struct Stream {
   struct Request {
     std::string line, answer;
@@ -34,19 +30,16 @@ struct Stream {
   std::vector<Request> requests;
   const std::vector<Sample> samples = programs::samples();
 
-  // A numbered request and its answer after the number; a message whose findings nobody fixed
-  // beforehand (`exact` false) must get a scanned message's answer of any findings.
+  // A numbered request and its answer; not `exact`: a scanned message's answer of any findings.
   void add(const std::string& tail, const std::string& answer, bool exact = true) {
     const std::string n = std::to_string(requests.size() + 1) + " ";
     requests.push_back({n + tail, n + (exact ? answer : ""), exact});
   }
-  // The next sample message, in turn.
   void sample() {
     const Sample& s = samples[requests.size() % samples.size()];
     add("FILE " + s.file, s.answer);
   }
 
-  // Runs the stream through `argv` and compares each answer; returns what the filter wrote.
   std::string check(const std::vector<std::string>& argv) {
     std::string input;
     for (const auto& r : requests) input += r.line + "\n";
@@ -72,9 +65,8 @@ struct Stream {
   }
 };
 
-// A queued file past 4 GB: a body of zero bytes, written as a hole so that it costs no disk,
-// runs across the 2 GB and 4 GB marks as one line; the parts after it are found as in any file.
-// A ZIP part before it makes the first reservation from more than 4 GB left in the file.
+// A file past 4 GB: a line of zero bytes (a hole, no disk) across the 2 GB and 4 GB marks, the
+// parts after it found as in any file; a ZIP part before it reserves from more than 4 GB left.
 std::string fileLargerThanFourGigabytes(const TempDir& dir) {
   const std::string file = dir.path() + "/big.msg";
   std::ofstream out(file, std::ios::binary);
@@ -105,8 +97,8 @@ TEST(Stream, HostileMessagesBetweenSamples) {
     deep += "--b" + std::to_string(i) + "\nContent-Type: multipart/mixed; boundary=b" +
             std::to_string(i + 1) + "\n\n";
   }
-  // Lines of 100 MB without a final line feed: a body line, a header line, and a ZIP part
-  // (decoded whole, so a smaller one keeps the test quick) that holds no archive.
+  // Lines of 100 MB without a final line feed: body, header, and a ZIP part (16 MB: decoded
+  // whole) that holds no archive.
   const std::string huge(100u << 20, 'A');
   const std::string big = fileLargerThanFourGigabytes(dir);
   ASSERT_GT(fs::file_size(big), std::uintmax_t{1} << 32);
@@ -142,7 +134,6 @@ TEST(Stream, HostileMessagesBetweenSamples) {
 }
 
 #if defined(VANISHING_FILTER)
-// The vanishing filter takes a file away after the engine's check when its name asks for it.
 TEST(Stream, FilesMissingOrTakenAway) {
   TempDir dir;
   Stream s;
@@ -156,8 +147,7 @@ TEST(Stream, FilesMissingOrTakenAway) {
     const std::string absent[] = {dir.path() + "/missing", dir.path(), dangling};
     s.add("FILE " + absent[k % 3], "OK \"Error: File Not Found " + absent[k % 3] + "\"");
     s.add("FILE " + socket, "OK \"Error: unable to open file " + socket + "\"");
-    // The scanner cannot open what is left, writes its comment, and the message is accepted as
-    // it is.
+    // The scanner cannot open what is left, comments, and the message is accepted as it is.
     const std::string path = dir.path() + "/v" + std::to_string(k) + fates[k % 4];
     fs::copy_file(victim, path);
     s.add("FILE " + path, "OK");

@@ -1,7 +1,5 @@
-// The velmora program with one difference for the stream test: a message file whose name asks
-// for it is removed or replaced after the engine has checked it and before the scanner opens
-// it, the window in which the server may take a queued file away. Doing it here, not by
-// timing, keeps the test deterministic.
+// velmora, except that a message file whose name asks for it is removed or replaced between the
+// engine's check and the scan, where the server may take a queued file away: no timing involved.
 #include <filesystem>
 #include <iostream>
 

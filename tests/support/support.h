@@ -1,5 +1,5 @@
-// What tests that run programs need: a child's output captured, temporary directories, socket
-// files, a closed port. All but the temporary directories are POSIX.
+// A child's output captured, temporary directories, socket files, a closed port. All but
+// TempDir are POSIX.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,7 @@
 
 namespace test_support {
 
-// A directory of its own under the system's temporary directory, removed with the object.
-// Header-only and portable, for unit tests that link nothing else of this library.
+// A fresh temporary directory, removed with the object; header-only for unit tests.
 class TempDir {
  public:
   TempDir() {
@@ -42,15 +41,13 @@ class TempDir {
 // The whole content of a file; "" when it cannot be read.
 std::string readFile(const std::string& path);
 
-// Leaves a UNIX socket file at `path`: it exists and is no directory, yet nobody, root included,
-// can open it to read. False when it cannot be made.
+// Leaves a UNIX socket file at `path` (false if it cannot): not a directory, yet nobody, root
+// included, can open it to read.
 bool makeSocketFile(const std::string& path);
 
-// A loopback port that nothing listens on: the system picked it for a socket that never
-// listened and is closed.
+// A loopback port that nothing listens on.
 std::uint16_t closedPort();
 
-// What a child process wrote and how it ended.
 struct Result {
   std::string out;
   std::string err;
@@ -59,8 +56,8 @@ struct Result {
   bool timedOut = false;
 };
 
-// Runs argv[0] (searched on PATH) with the arguments and `input` on its standard input, in
-// `workdir` unless that is empty. A child still running after `timeoutSeconds` is killed.
+// Runs argv (argv[0] searched on PATH) with `input` on standard input, in `workdir` if not empty;
+// killed after `timeoutSeconds`.
 Result run(const std::vector<std::string>& argv, const std::string& input = "",
            int timeoutSeconds = 60, const std::string& workdir = "");
 
