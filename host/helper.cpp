@@ -263,15 +263,13 @@ bool ExtFilter::acceptsCommand(const std::string& command) {
 }
 
 void ExtFilter::processRequest(int seqID, const std::string&, const std::string& path) {
-  const kvs::platform::PathStatus status = kvs::platform::pathStatus(path);
-  if (status.kind != kvs::platform::PathKind::File) {
+  // The engine's own stream stays open until the answer is out.
+  kvs::platform::File file;
+  if (file.openFile(path) != kvs::platform::PathKind::File) {
     kvs::outline() << seqID << " OK \"Error: File Not Found " << kvs::escapeString(path) << "\"";
     return;
   }
-  // The engine's own stream stays open until the answer is out; the status just read spares
-  // the open a second look at a plain file.
-  kvs::platform::File file;
-  if (!file.open(path, status)) {
+  if (!file.isOpen()) {
     kvs::outline() << seqID << " OK \"Error: unable to open file " << kvs::escapeString(path)
                    << "\"";
     return;

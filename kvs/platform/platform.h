@@ -14,16 +14,9 @@ namespace kvs::platform {
 
 enum class PathKind { Missing, File, Directory };
 
-// What one status call tells of a path. Missing when the path cannot be accessed; a path that
-// can be accessed but whose status cannot be read counts as a file (not a regular one).
-struct PathStatus {
-  PathKind kind = PathKind::Missing;
-  bool regular = false;  // a plain disk file, as the status call saw it
-};
-[[nodiscard]] PathStatus pathStatus(const std::string& path);
-[[nodiscard]] inline PathKind pathKind(const std::string& path) {
-  return pathStatus(path).kind;
-}
+// What a path names, by one status call: Missing when the path cannot be accessed. A path that
+// can be accessed but whose status cannot be read counts as a file.
+[[nodiscard]] PathKind pathKind(const std::string& path);
 
 // A file opened for reading in shared mode: others may read, write, rename or delete it
 // meanwhile. Reads are unbuffered; callers bring their own buffer.
@@ -36,9 +29,10 @@ class File : private noncopyable {
   // Refuses what a read could hang on or cannot read: directories and named pipes (on Windows,
   // devices). Costs a status call of the open file.
   bool open(const std::string& path);
-  // The same for a path whose status was just read: a regular file is opened without asking
-  // again.
-  bool open(const std::string& path, const PathStatus& status);
+  // What `pathKind` would answer, and for a file the open as above (isOpen() tells whether it
+  // opened): a plain file costs one open and one status call of the open file, no look at the
+  // path of its own.
+  PathKind openFile(const std::string& path);
   // Opens and reads the first block (`got` as `read` gives it), with the same refusals; the
   // status is asked only when that read brings nothing, since a directory or a pipe never
   // gives a byte to a read that does not wait.
