@@ -236,16 +236,14 @@ bool MessageScanner::skipBody(std::string& next) {
 
 void MessageScanner::inspectCountedZip(const Decoder::MIME::Base64::Count& count,
                                        std::int64_t end) {
-  // The part is read again, from marks its count left, only while the directory reader asks for
-  // bytes before its window: first from the earliest mark the line reader still holds (which
-  // costs no reading and usually gives the directory), then from further back, each window at
-  // least twice as wide as the last. The first mark, the body's start, gives the whole image.
+  // The part is decoded again, from marks its count left, only while the directory reader asks
+  // for bytes before its window: first from the last mark before the end record (a directory
+  // is mostly small, and the line reader mostly still holds those bytes, so nothing is read
+  // again), then from further back, each window at least twice as wide as the last. The first
+  // mark, the body's start, gives the whole image.
   using Decoder::MIME::Base64;
   const std::int64_t resume = reader_.tell();
   const auto& marks = count.marks;
-  const auto held = std::lower_bound(
-      marks.begin(), marks.end(), reader_.heldFrom(),
-      [](const Base64::Mark& mark, std::int64_t file) { return mark.file < file; });
   scanner::ImageBuffer rest;
   scanner::ImageWindow window{count.size, count.head, count.size, {}};
   std::uint64_t needed = 0;
@@ -255,7 +253,6 @@ void MessageScanner::inspectCountedZip(const Decoder::MIME::Base64::Count& count
     auto from = std::prev(std::upper_bound(
         marks.begin(), marks.end(), std::min(needed, wider),
         [](std::uint64_t image, const Base64::Mark& mark) { return image < mark.image; }));
-    if (window.base == count.size && held != marks.end() && held->image <= needed) from = held;
     rest.clear();
     const std::uint64_t estimate = static_cast<std::uint64_t>(end - from->file) / 4 * 3 + 3;
     rest.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(estimate, kImageReserveLimit)));
