@@ -197,7 +197,7 @@ bool countsFast() {
 
 const unsigned char* countRun(const unsigned char* p, const unsigned char* e, Base64Group& g,
                               std::uint64_t& written, bool& stop, const Complain& complain,
-                              std::uint64_t pauseAt, bool wide) {
+                              std::uint64_t pauseAt, bool wide, bool blocksOnly) {
   stop = false;
   const bool blocks = wide && countsFast();
   while (p != e) {
@@ -226,6 +226,7 @@ const unsigned char* countRun(const unsigned char* p, const unsigned char* e, Ba
       plainEnd = e - p > 64 ? p + 64 : e;
     }
 #endif
+    if (blocksOnly) return p;
     while (p != plainEnd) {
       if (!collect(*p++, g, complain)) continue;
       g.count = 0;

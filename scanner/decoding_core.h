@@ -37,10 +37,12 @@ const unsigned char* decodeRun(const unsigned char* p, const unsigned char* e, B
 // stop, and the number of bytes it would write added to `written`. With `stop` clear it returns
 // at e, or earlier at the first place after `written` has reached `pauseAt` where no group is
 // open: decodeRun started there with a fresh group writes the bytes that follow, so a caller can
-// note the place and decode from it later. `wide` false: the plain loop alone.
+// note the place and decode from it later. `wide` false: the plain loop alone. `blocksOnly`:
+// it returns, too, where the plain loop would take over (no vector path, a 64-byte block with
+// any other byte than alphabet characters and bytes up to 32, or fewer than 64 bytes left).
 const unsigned char* countRun(const unsigned char* p, const unsigned char* e, Base64Group& g,
                               std::uint64_t& written, bool& stop, const Complain& complain,
-                              std::uint64_t pauseAt, bool wide = true);
+                              std::uint64_t pauseAt, bool wide = true, bool blocksOnly = false);
 // Whether countRun has a vector path on this processor; without one it is slower than decoding.
 [[nodiscard]] bool countsFast();
 

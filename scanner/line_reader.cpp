@@ -137,26 +137,31 @@ bool LineReader::nextAcrossBlocks(std::string_view& line, std::size_t keep) {
   }
 }
 
-std::string_view LineReader::linesAhead(char first) {
+std::string_view LineReader::wholeLinesAhead(char first) {
   for (int attempt = 0; attempt < 2; ++attempt) {
     const char* const b = buffer_.data() + begin_;
     const char* last = buffer_.data() + end_;
     while (last > b && last[-1] != '\n') --last;
     if (last > b) {
       if (*b == first) return {};
-      for (const char* p = b;
-           (p = static_cast<const char*>(std::memchr(p, first, static_cast<size_t>(last - p))));
-           ++p) {
-        if (p[-1] == '\n') {
-          last = p;
-          break;
-        }
-      }
       return std::string_view(b, static_cast<std::size_t>(last - b));
     }
     if (!refill()) return {};
   }
   return {};
+}
+
+std::string_view LineReader::linesBefore(std::string_view lines, char first, std::size_t from) {
+  // The first line does not begin with `first`, so a match has a byte before it.
+  if (from >= lines.size()) return lines;
+  const char* const b = lines.data();
+  const char* const end = b + lines.size();
+  for (const char* p = b + from;
+       (p = static_cast<const char*>(std::memchr(p, first, static_cast<size_t>(end - p))));
+       ++p) {
+    if (p[-1] == '\n') return std::string_view(b, static_cast<std::size_t>(p - b));
+  }
+  return lines;
 }
 
 std::string_view LineReader::bytesAhead() {

@@ -44,10 +44,13 @@ class LineReader : private kvs::noncopyable {
     line = std::string_view(b, len < keep ? len : keep);
     return true;
   }
-  // The complete lines next in the buffer, up to the first that begins with `first`: a run to
-  // consume whole, or empty when there is none (the next line begins so, does not fit in the
-  // buffer, or the input has ended); then read line by line.
-  std::string_view linesAhead(char first);
+  // The complete lines next in the buffer (reading more when it holds none), or empty when the
+  // next line begins with `first`, does not fit in the buffer, or the input has ended; then read
+  // line by line.
+  std::string_view wholeLinesAhead(char first);
+  // Of such `lines`, those before the first that begins with `first`: a run to consume whole.
+  // The search starts at `from`, for a caller that knows the bytes before it hold no `first`.
+  static std::string_view linesBefore(std::string_view lines, char first, std::size_t from = 0);
   // The bytes next in the buffer, lines or not (reading more when it holds none); empty at the end
   // of the input.
   std::string_view bytesAhead();

@@ -95,10 +95,15 @@ TEST(LineReader, RunsOfLinesStopBeforeALineBeginningSo) {
     std::string seen;
     std::string_view view;
     for (;;) {
-      const std::string_view run = reader.linesAhead('-');
+      const std::string_view lines = reader.wholeLinesAhead('-');
+      const std::string_view run = LineReader::linesBefore(lines, '-');
       if (!run.empty()) {
         EXPECT_EQ(run.back(), '\n');
         EXPECT_EQ(std::string(run).find("\n-"), std::string::npos) << "block " << block;
+        // A search told where to start finds the same end from anywhere in the run.
+        for (std::size_t from = 1; from <= run.size(); ++from) {
+          EXPECT_EQ(LineReader::linesBefore(lines, '-', from), run) << "from " << from;
+        }
         seen += "[" + std::string(run) + "]";
         reader.consume(run.size());
         continue;

@@ -78,9 +78,11 @@ void Interface::skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer
     // or go at once to a decoding that ignores line ends.
     if (runs && !emptyBody && !ended_ && !stopped_) {
       rawAt_ = in_.tell();
-      const std::string_view run = in_.linesAhead('-');
+      const std::string_view lines = in_.wholeLinesAhead('-');
+      const std::size_t taken = decoding && !lines.empty() ? countAhead(lines) : 0;
+      const std::string_view run = scanner::LineReader::linesBefore(lines, '-', taken);
       if (!run.empty()) {
-        if (decoding) decodeRaw(run, 0, false, *image, stop);
+        if (decoding) decodeRaw(run, taken, false, *image, stop);
         decoding = decoding && !stop;
         in_.consume(run.size());
         continue;
@@ -195,6 +197,25 @@ std::size_t Base64::decodeRaw(std::string_view raw, std::size_t pos, bool,
   char* o = start;
   const unsigned char* p = decodeRun(base + pos, base + raw.size(), group_, o, stop, complaints());
   out.commit(static_cast<std::size_t>(o - start));
+  return static_cast<std::size_t>(p - base);
+}
+
+std::size_t Base64::countAhead(std::string_view raw) {
+  // The vector blocks of the count, as decodeRaw would take them, up to the first block that
+  // holds another byte: they stand for a search for "-" as well. Only once the head is decoded.
+  if (count_ == nullptr || count_->head.size() < 4) return 0;
+  const auto* base = reinterpret_cast<const unsigned char*>(raw.data());
+  const unsigned char* p = base;
+  const unsigned char* const e = base + raw.size();
+  const Complain complain = complaints();
+  bool stop = false;
+  for (;;) {
+    p = countRun(p, e, group_, count_->size, stop, complain, nextMark_, true, true);
+    // A pause: noted as decodeRaw notes it.
+    if (p == e || stop || group_.count != 0 || count_->size < nextMark_) break;
+    count_->marks.push_back(Mark{rawAt_ + (p - base), count_->size});
+    nextMark_ = count_->size + count_->markEvery;
+  }
   return static_cast<std::size_t>(p - base);
 }
 

@@ -67,6 +67,9 @@ class Interface : private kvs::noncopyable {
                                 scanner::ImageBuffer& out, bool& stop) = 0;
   // Whether line ends mean nothing to the decoding, so that many lines may come as one run.
   virtual bool takesRuns() const { return false; }
+  // Takes in at once what of a run's first bytes it can tell holds no "-" (and so no boundary
+  // line); returns how many, for decodeRaw to go on from there. None, unless a count says so.
+  virtual std::size_t countAhead(std::string_view) { return 0; }
   // The body has no further line: complaints about what was cut short.
   virtual void endOfInput() {}
   // `nextByte` for the decoding subclasses.
@@ -162,6 +165,7 @@ class Base64 : public Interface {
   std::size_t decodeRaw(std::string_view raw, std::size_t pos, bool newline,
                         scanner::ImageBuffer& out, bool& stop) override;
   bool takesRuns() const override { return true; }
+  std::size_t countAhead(std::string_view raw) override;
   void endOfInput() override;
 
  private:
