@@ -185,12 +185,7 @@ std::size_t Base64::decodeRaw(std::string_view raw, std::size_t pos, bool,
       count_->head.append(bytes, o);
       count_->size += static_cast<std::uint64_t>(o - bytes);
     }
-    // countRun pauses where no group is open once the next mark is due.
-    while (!stop && (p = countRun(p, e, group_, count_->size, stop, complain, nextMark_)) != e &&
-           !stop) {
-      count_->marks.push_back(Mark{rawAt_ + (p - base), count_->size});
-      nextMark_ = count_->size + count_->markEvery;
-    }
+    if (!stop) p = countOn(base, p, e, stop, false);
     return static_cast<std::size_t>(p - base);
   }
   char* const start = out.room((raw.size() - pos) / 4 * 3 + 3);
@@ -205,18 +200,20 @@ std::size_t Base64::countAhead(std::string_view raw) {
   // holds another byte: they stand for a search for "-" as well. Only once the head is decoded.
   if (count_ == nullptr || count_->head.size() < 4) return 0;
   const auto* base = reinterpret_cast<const unsigned char*>(raw.data());
-  const unsigned char* p = base;
-  const unsigned char* const e = base + raw.size();
-  const Complain complain = complaints();
   bool stop = false;
+  return static_cast<std::size_t>(countOn(base, base, base + raw.size(), stop, true) - base);
+}
+
+const unsigned char* Base64::countOn(const unsigned char* base, const unsigned char* p,
+                                     const unsigned char* e, bool& stop, bool blocksOnly) {
+  // countRun pauses where no group is open once the next mark is due: the mark is noted there.
+  const Complain complain = complaints();
   for (;;) {
-    p = countRun(p, e, group_, count_->size, stop, complain, nextMark_, true, true);
-    // A pause: noted as decodeRaw notes it.
-    if (p == e || stop || group_.count != 0 || count_->size < nextMark_) break;
+    p = countRun(p, e, group_, count_->size, stop, complain, nextMark_, true, blocksOnly);
+    if (p == e || stop || group_.count != 0 || count_->size < nextMark_) return p;
     count_->marks.push_back(Mark{rawAt_ + (p - base), count_->size});
     nextMark_ = count_->size + count_->markEvery;
   }
-  return static_cast<std::size_t>(p - base);
 }
 
 void Base64::endOfInput() {

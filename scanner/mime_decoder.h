@@ -169,6 +169,11 @@ class Base64 : public Interface {
   void endOfInput() override;
 
  private:
+  // Counts [p, e) of a raw text starting at `base` on from where the count stands, noting a mark
+  // at each pause; returns where countRun stopped for good (`blocksOnly` as countRun's).
+  const unsigned char* countOn(const unsigned char* base, const unsigned char* p,
+                               const unsigned char* e, bool& stop, bool blocksOnly);
+
   Base64Group group_;
   Count* count_ = nullptr;
   std::uint64_t nextMark_ = 0;
