@@ -69,7 +69,7 @@ bool LineReader::received(std::size_t wanted, std::int64_t got) {
   // less than asked only at the end of the file, or when a signal handler interrupts it after
   // some bytes, and this program installs no handler (SIGPIPE is ignored, not caught). Knowing
   // the size instead would cost a status call of the scanner's file, the same price; the
-  // engine's status call is of the path, which may no longer be this file. A file still being
+  // engine's status call is of its own open, which may not be this file. A file still being
   // written is read as far as it went, which the confirming read would not change either.
   if (n < wanted) eof_ = true;
   return n > 0;

@@ -61,8 +61,6 @@ class LineReader : private kvs::noncopyable {
 
   // Position of the next line's first byte in the file.
   [[nodiscard]] std::int64_t tell() const { return bufferPos_ + static_cast<std::int64_t>(begin_); }
-  // The first position that the buffer still holds: seeking back to it costs no reading.
-  [[nodiscard]] std::int64_t heldFrom() const { return bufferPos_; }
   // Whether the buffer holds everything up to the end of the input.
   [[nodiscard]] bool holdsTheRest() const { return eof_; }
   bool seek(std::int64_t position);
