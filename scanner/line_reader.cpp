@@ -6,15 +6,16 @@
 
 namespace scanner {
 
-LineReader::LineReader(std::size_t blockSize) : buffer_(std::max<std::size_t>(blockSize, 1)) {}
+LineReader::LineReader(std::size_t blockSize)
+    : capacity_(std::max<std::size_t>(blockSize, 1)), buffer_(new char[capacity_]) {}
 
 bool LineReader::open(const std::string& path) {
   close();
   // The first block comes with the open: the file is read at once anyway, and a read that
   // brings bytes shows it is a file without a status call.
   std::int64_t got = 0;
-  if (!file_.openAndRead(path, buffer_.data(), buffer_.size(), got)) return false;
-  received(buffer_.size(), got);
+  if (!file_.openAndRead(path, buffer_.get(), capacity_, got)) return false;
+  received(capacity_, got);
   return true;
 }
 
@@ -50,14 +51,14 @@ std::int64_t LineReader::readSource(char* into, std::size_t size) {
 bool LineReader::refill() {
   if (eof_) return false;
   if (begin_ > 0) {
-    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
     bufferPos_ += static_cast<std::int64_t>(begin_);
     end_ -= begin_;
     begin_ = 0;
   }
-  if (end_ == buffer_.size()) return false;
-  const std::size_t wanted = buffer_.size() - end_;
-  return received(wanted, readSource(buffer_.data() + end_, wanted));
+  if (end_ == capacity_) return false;
+  const std::size_t wanted = capacity_ - end_;
+  return received(wanted, readSource(buffer_.get() + end_, wanted));
 }
 
 bool LineReader::received(std::size_t wanted, std::int64_t got) {
@@ -87,7 +88,7 @@ bool LineReader::nextAcrossBlocks(std::string_view& line, std::size_t keep) {
   std::size_t scanned = end_ - begin_;  // bytes after begin_ already known to hold no line feed
   std::uint64_t total = 0;              // bytes of the line moved out of the buffer so far
   char last = 0;                        // the last of them
-  char* const base = buffer_.data();
+  char* const base = buffer_.get();
   auto spill = [&](const char* p, std::size_t n) {
     if (long_.size() < keep) long_.append(p, std::min(n, keep - long_.size()));
     if (n > 0) last = p[n - 1];
@@ -114,7 +115,7 @@ bool LineReader::nextAcrossBlocks(std::string_view& line, std::size_t keep) {
       return true;
     }
     scanned = end_ - begin_;
-    if (begin_ == 0 && end_ == buffer_.size()) {
+    if (begin_ == 0 && end_ == capacity_) {
       // The line does not fit: it moves to a buffer of its own.
       if (!spilled) long_.clear();
       spill(base, end_);
@@ -139,8 +140,8 @@ bool LineReader::nextAcrossBlocks(std::string_view& line, std::size_t keep) {
 
 std::string_view LineReader::wholeLinesAhead(char first) {
   for (int attempt = 0; attempt < 2; ++attempt) {
-    const char* const b = buffer_.data() + begin_;
-    const char* last = buffer_.data() + end_;
+    const char* const b = buffer_.get() + begin_;
+    const char* last = buffer_.get() + end_;
     while (last > b && last[-1] != '\n') --last;
     if (last > b) {
       if (*b == first) return {};
@@ -166,7 +167,7 @@ std::string_view LineReader::linesBefore(std::string_view lines, char first, std
 
 std::string_view LineReader::bytesAhead() {
   if (begin_ == end_) refill();
-  return std::string_view(buffer_.data() + begin_, end_ - begin_);
+  return std::string_view(buffer_.get() + begin_, end_ - begin_);
 }
 
 bool LineReader::seek(std::int64_t position) {

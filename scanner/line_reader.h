@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "kvs/noncopyable.h"
 #include "kvs/platform/platform.h"
@@ -34,7 +34,7 @@ class LineReader : private kvs::noncopyable {
   // valid until the next call.
   bool next(std::string_view& line, std::size_t keep = std::string_view::npos) {
     // The common case, a whole line in the buffer, is served here; the rest goes the long way.
-    const char* const b = buffer_.data() + begin_;
+    const char* const b = buffer_.get() + begin_;
     const auto* lf = static_cast<const char*>(std::memchr(b, '\n', end_ - begin_));
     if (lf == nullptr) return nextAcrossBlocks(line, keep);
     std::size_t len = static_cast<std::size_t>(lf - b);
@@ -82,7 +82,9 @@ class LineReader : private kvs::noncopyable {
   std::string_view memory_;
   std::size_t memoryPos_ = 0;
 
-  std::vector<char> buffer_;
+  std::size_t capacity_;
+  // Not zero-filled: a page of it costs a fault only when a read first reaches it.
+  std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;       // first unread byte
   std::size_t end_ = 0;         // one past the last valid byte
   std::int64_t bufferPos_ = 0;  // file position of buffer_[0]
