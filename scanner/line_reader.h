@@ -34,7 +34,7 @@ class LineReader : private kvs::noncopyable {
   // valid until the next call.
   bool next(std::string_view& line, std::size_t keep = std::string_view::npos) {
     // The common case, a whole line in the buffer, is served here; the rest goes the long way.
-    const char* const b = buffer_.get() + begin_;
+    const char* const b = buffer_ + begin_;
     const auto* lf = static_cast<const char*>(std::memchr(b, '\n', end_ - begin_));
     if (lf == nullptr) return nextAcrossBlocks(line, keep);
     std::size_t len = static_cast<std::size_t>(lf - b);
@@ -82,9 +82,12 @@ class LineReader : private kvs::noncopyable {
   std::string_view memory_;
   std::size_t memoryPos_ = 0;
 
+  static constexpr std::size_t kPage = 4096;
   std::size_t capacity_;
   // Not zero-filled: a page of it costs a fault only when a read first reaches it.
-  std::unique_ptr<char[]> buffer_;
+  std::unique_ptr<char[]> storage_;
+  char* buffer_;                // the first page boundary in storage_
+  std::size_t held_ = 0;        // first byte that holds the file's bytes (before begin_)
   std::size_t begin_ = 0;       // first unread byte
   std::size_t end_ = 0;         // one past the last valid byte
   std::int64_t bufferPos_ = 0;  // file position of buffer_[0]

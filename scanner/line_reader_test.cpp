@@ -86,6 +86,31 @@ TEST(LineReader, SeekBackAndHeadsBetweenWholeLines) {
   }
 }
 
+TEST(LineReader, SeekBackFromAnywhereAcrossRefills) {
+  // Numbered lines over several blocks of two pages, so that the bytes kept at a refill move to
+  // where their file position falls within a page, not to the front: from every line, a seek
+  // 4000 bytes back (held or not) and one forward again find the lines there.
+  std::string input;
+  std::vector<std::int64_t> marks;
+  for (int i = 0; i < 3000; ++i) {
+    marks.push_back(static_cast<std::int64_t>(input.size()));
+    input += "line " + std::to_string(10000 + i).substr(1) + "\n";
+  }
+  LineReader reader(8192);
+  reader.openMemory(input);
+  std::string_view view;
+  for (std::size_t i = 0; i < marks.size(); ++i) {
+    ASSERT_TRUE(reader.next(view));
+    ASSERT_EQ(view, input.substr(static_cast<std::size_t>(marks[i]), 9));
+    if (i < 400) continue;
+    ASSERT_TRUE(reader.seek(marks[i - 400]));
+    ASSERT_TRUE(reader.next(view));
+    ASSERT_EQ(view, input.substr(static_cast<std::size_t>(marks[i - 400]), 9)) << "line " << i;
+    ASSERT_TRUE(reader.seek(marks[i] + 10));
+  }
+  EXPECT_FALSE(reader.next(view));
+}
+
 TEST(LineReader, RunsOfLinesStopBeforeALineBeginningSo) {
   const std::string input = "ab\ncd\n-x\nef\r\ngh-\n--\nlast";
   for (std::size_t block : kBlocks) {
