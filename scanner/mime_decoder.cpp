@@ -70,17 +70,20 @@ void Interface::skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer
   bool decoding = image != nullptr;
   const bool runs = !decoding || takesRuns();
   if (decoding) keep = std::string_view::npos;  // lines to decode are taken whole
+  const bool boundless = sentinel_.empty() && !(hasParent_ && !parentSentinel_.empty());
   std::string_view line;
   bool stop = false;
   for (;;) {
     // Once the message has body text, a line matters only if it could be a boundary line, and
     // every boundary line begins with "-": whole runs of other lines are passed over at once,
     // or go at once to a decoding that ignores line ends.
+    // Without a boundary to stop at (a body outside any multipart), no line needs looking at.
     if (runs && !emptyBody && !ended_ && !stopped_) {
       rawAt_ = in_.tell();
       const std::string_view lines = in_.wholeLinesAhead('-');
       const std::size_t taken = decoding && !lines.empty() ? countAhead(lines) : 0;
-      const std::string_view run = scanner::LineReader::linesBefore(lines, '-', taken);
+      const std::string_view run =
+          boundless ? lines : scanner::LineReader::linesBefore(lines, '-', taken);
       if (!run.empty()) {
         if (decoding) decodeRaw(run, taken, false, *image, stop);
         decoding = decoding && !stop;

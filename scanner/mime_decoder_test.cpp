@@ -347,6 +347,8 @@ TEST(BodyReaders, Boundaries) {
        "only the head of a long boundary line is kept"},
       {kSkip, "--a\n--\nx", "", "", "", false, true, nullptr, "",
        "a body without boundary has no boundary line, and its end is no complaint"},
+      {kSkip, "x\n\nzz\n--outer--\nnext\n", "", "", "--outer--", false, false, kParent, "next",
+       "without a boundary of its own, the enclosing one still ends it"},
       {kCapture, "PK\x03\x04\r\nline\n\n--b\n", "--b", "PK\x03\x04\nline\n\n", "--b", false, false,
        nullptr, "", "captured lines keep their line feeds, CR LF as LF"},
   };
