@@ -12,6 +12,7 @@
 // failed: a corpus missing, the program dying, or a request left without an answer.
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -47,6 +48,61 @@ constexpr double kMiB = 1024.0 * 1024.0;
 
 struct HarnessError : std::runtime_error {
   using std::runtime_error::runtime_error;
+};
+
+// The processor every contestant is timed on. The processors of a virtual machine need not be
+// equally fast: on the machine these targets were set on, one ran the same read loop a third
+// slower than the other at times, and where the scheduler happened to put the program and
+// where the harness's own reading decided the ratios. So each pass runs on one processor, the
+// first this process may use; while the program runs there, the harness's threads keep to the
+// others. Where there is one processor, or no way to choose, nothing is pinned.
+class Placement {
+ public:
+  Placement() {
+#ifdef __linux__
+    CPU_ZERO(&all_);
+    if (::sched_getaffinity(0, sizeof all_, &all_) != 0 || CPU_COUNT(&all_) < 2) return;
+    CPU_ZERO(&measuring_);
+    others_ = all_;
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+      if (CPU_ISSET(cpu, &all_)) {
+        CPU_SET(cpu, &measuring_);
+        CPU_CLR(cpu, &others_);
+        processor_ = cpu;
+        break;
+      }
+    }
+#endif
+  }
+  // -1 when nothing is pinned.
+  [[nodiscard]] int processor() const {
+    return processor_;
+  }
+  // The calling thread (and what it starts) onto the measuring processor, onto the others, or
+  // back to all.
+  void measuring() const {
+    pin(kMeasuring);
+  }
+  void elsewhere() const {
+    pin(kOthers);
+  }
+  void anywhere() const {
+    pin(kAll);
+  }
+
+ private:
+  enum Set { kMeasuring, kOthers, kAll };
+  void pin([[maybe_unused]] Set set) const {
+#ifdef __linux__
+    if (processor_ < 0) return;
+    const cpu_set_t& mask = set == kMeasuring ? measuring_ : set == kOthers ? others_ : all_;
+    ::sched_setaffinity(0, sizeof mask, &mask);
+#endif
+  }
+  int processor_ = -1;
+#ifdef __linux__
+  cpu_set_t all_{}, measuring_{}, others_{};
+#endif
 };
 
 struct Corpus {
@@ -174,7 +230,7 @@ long residentHighWater(pid_t pid) {
 // One process answers the whole corpus. The clock runs from the start of the process to the
 // last answer; the requests are written by a second thread so that neither pipe can fill up
 // and stall both sides.
-ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
+ProgramRun programPass(const fs::path& program, const Corpus& corpus, const Placement& placement) {
   int toChild[2], fromChild[2];
   if (::pipe(toChild) != 0 || ::pipe(fromChild) != 0) throw HarnessError("pipe failed");
   // The program is spawned, not forked: a fork copies this process's page tables first, which
@@ -190,10 +246,12 @@ ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
   ::posix_spawn_file_actions_addchdir_np(&actions, corpus.dir.c_str());
   char name[] = "velmora";
   char* const argv[] = {name, nullptr};
+  placement.measuring();  // the program starts on the measuring processor
   const auto start = Clock::now();
   pid_t pid = 0;
   const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv, environ);
   ::posix_spawn_file_actions_destroy(&actions);
+  placement.elsewhere();  // and the writer and the reader of the answers keep off it
   if (spawned != 0)
     throw HarnessError("cannot start " + program.string() + ": " + std::strerror(spawned));
   ::close(toChild[0]);
@@ -241,6 +299,7 @@ ProgramRun programPass(const fs::path& program, const Corpus& corpus) {
   }
   ::close(fromChild[0]);
 
+  placement.anywhere();
   int status = 0;
   rusage usage{};
   if (::wait4(pid, &status, 0, &usage) != pid) throw HarnessError("wait4 failed");
@@ -309,7 +368,8 @@ void printTable(const std::vector<Figures>& all) {
   }
 }
 
-Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs, Verdicts& verdicts) {
+Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs,
+                    const Placement& placement, Verdicts& verdicts) {
   const double megabytes = static_cast<double>(corpus.bytes) / 1e6;
   const double messages = static_cast<double>(corpus.files.size());
   std::printf("\n%s: %zu messages, %.1f MB\n", corpus.name.c_str(), corpus.files.size(), megabytes);
@@ -320,8 +380,10 @@ Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs, Ver
   long peakKiB = 0;
   ProgramRun last;
   auto readers = [&] {
+    placement.measuring();
     const Timing floor = floorPass(corpus);
     const Timing scan = lineScanPass(corpus, lines);
+    placement.anywhere();
     floorTimes.push_back(floor.seconds);
     floorCpu.push_back(floor.cpu);
     lineTimes.push_back(scan.seconds);
@@ -330,7 +392,7 @@ Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs, Ver
   for (int run = 0; run < runs; ++run) {
     // Alternate which side goes first, so a drift in the machine's load hits all alike.
     if (run % 2 == 0) readers();
-    last = programPass(program, corpus);
+    last = programPass(program, corpus, placement);
     if (run % 2 == 1) readers();
     programTimes.push_back(last.time.seconds);
     programCpu.push_back(last.time.cpu);
@@ -450,10 +512,14 @@ int main(int argc, char** argv) {
       std::printf("load average %s on %u processors at the start\n", load.c_str(),
                   std::thread::hardware_concurrency());
     }
+    const Placement placement;
+    if (placement.processor() >= 0) {
+      std::printf("every contestant timed on processor %d\n", placement.processor());
+    }
     Verdicts verdicts;
     std::vector<Figures> table;
     for (const std::string& name : names) {
-      table.push_back(benchCorpus(program, loadCorpus(corpora, name), runs, verdicts));
+      table.push_back(benchCorpus(program, loadCorpus(corpora, name), runs, placement, verdicts));
     }
     printTable(table);
     std::printf("\n%d targets met, %d missed\n", verdicts.passed, verdicts.failed);
