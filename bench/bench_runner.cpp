@@ -51,32 +51,36 @@ struct HarnessError : std::runtime_error {
 };
 
 // The processor every contestant is timed on. The processors of a virtual machine need not be
-// equally fast: on the machine these targets were set on, one ran the same read loop a third
-// slower than the other at times, and where the scheduler happened to put the program and
-// where the harness's own reading decided the ratios. So each pass runs on one processor, the
-// first this process may use; while the program runs there, the harness's threads keep to the
-// others. Where there is one processor, or no way to choose, nothing is pinned.
+// equally fast: on the machine these targets were set on, either of the two ran the same read
+// loop up to a third slower than the other for minutes at a time, and where the scheduler
+// happened to put the program and where the harness's own reading decided the ratios. So each
+// corpus is timed on one processor, the quicker at a read floor pass just before; while the
+// program runs there, the harness's threads keep to the others. Where there is one processor,
+// or no way to choose, nothing is pinned.
 class Placement {
  public:
   Placement() {
 #ifdef __linux__
     CPU_ZERO(&all_);
     if (::sched_getaffinity(0, sizeof all_, &all_) != 0 || CPU_COUNT(&all_) < 2) return;
-    CPU_ZERO(&measuring_);
-    others_ = all_;
     for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-      if (CPU_ISSET(cpu, &all_)) {
-        CPU_SET(cpu, &measuring_);
-        CPU_CLR(cpu, &others_);
-        processor_ = cpu;
-        break;
-      }
+      if (CPU_ISSET(cpu, &all_)) candidates_.push_back(cpu);
     }
 #endif
   }
-  // -1 when nothing is pinned.
-  [[nodiscard]] int processor() const {
-    return processor_;
+  // The processors to choose from; none where nothing is pinned.
+  [[nodiscard]] const std::vector<int>& candidates() const {
+    return candidates_;
+  }
+  // Makes `cpu`, one of the candidates, the measuring processor.
+  void choose([[maybe_unused]] int cpu) {
+#ifdef __linux__
+    CPU_ZERO(&measuring_);
+    CPU_SET(cpu, &measuring_);
+    others_ = all_;
+    CPU_CLR(cpu, &others_);
+    chosen_ = true;
+#endif
   }
   // The calling thread (and what it starts) onto the measuring processor, onto the others, or
   // back to all.
@@ -89,17 +93,27 @@ class Placement {
   void anywhere() const {
     pin(kAll);
   }
+  // The calling thread onto `cpu` alone.
+  void only([[maybe_unused]] int cpu) const {
+#ifdef __linux__
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(cpu, &one);
+    ::sched_setaffinity(0, sizeof one, &one);
+#endif
+  }
 
  private:
   enum Set { kMeasuring, kOthers, kAll };
   void pin([[maybe_unused]] Set set) const {
 #ifdef __linux__
-    if (processor_ < 0) return;
+    if (!chosen_) return;
     const cpu_set_t& mask = set == kMeasuring ? measuring_ : set == kOthers ? others_ : all_;
     ::sched_setaffinity(0, sizeof mask, &mask);
 #endif
   }
-  int processor_ = -1;
+  std::vector<int> candidates_;
+  bool chosen_ = false;
 #ifdef __linux__
   cpu_set_t all_{}, measuring_{}, others_{};
 #endif
@@ -368,14 +382,30 @@ void printTable(const std::vector<Figures>& all) {
   }
 }
 
-Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs,
-                    const Placement& placement, Verdicts& verdicts) {
+Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs, Placement& placement,
+                    Verdicts& verdicts) {
   const double megabytes = static_cast<double>(corpus.bytes) / 1e6;
   const double messages = static_cast<double>(corpus.files.size());
   std::printf("\n%s: %zu messages, %.1f MB\n", corpus.name.c_str(), corpus.files.size(), megabytes);
   std::fflush(stdout);
   std::uint64_t lines = 0;
   floorPass(corpus);  // brings the files into the page cache
+  if (!placement.candidates().empty()) {
+    int quickest = -1;
+    double best = 0;
+    std::string tried;
+    for (const int cpu : placement.candidates()) {
+      placement.only(cpu);
+      const double seconds = floorPass(corpus).seconds;
+      tried += (tried.empty() ? "" : ", ") + std::to_string(cpu) + ": " +
+               std::to_string(static_cast<int>(seconds * 1000 + 0.5)) + " ms";
+      if (quickest < 0 || seconds < best) quickest = cpu, best = seconds;
+    }
+    placement.choose(quickest);
+    placement.anywhere();
+    std::printf("  timed on processor %d (a read floor pass on each: %s)\n", quickest,
+                tried.c_str());
+  }
   std::vector<double> floorTimes, lineTimes, programTimes, floorCpu, lineCpu, programCpu;
   long peakKiB = 0;
   ProgramRun last;
@@ -512,10 +542,7 @@ int main(int argc, char** argv) {
       std::printf("load average %s on %u processors at the start\n", load.c_str(),
                   std::thread::hardware_concurrency());
     }
-    const Placement placement;
-    if (placement.processor() >= 0) {
-      std::printf("every contestant timed on processor %d\n", placement.processor());
-    }
+    Placement placement;
     Verdicts verdicts;
     std::vector<Figures> table;
     for (const std::string& name : names) {
