@@ -93,15 +93,6 @@ class Placement {
   void anywhere() const {
     pin(kAll);
   }
-  // The calling thread onto `cpu` alone.
-  void only([[maybe_unused]] int cpu) const {
-#ifdef __linux__
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(cpu, &one);
-    ::sched_setaffinity(0, sizeof one, &one);
-#endif
-  }
 
  private:
   enum Set { kMeasuring, kOthers, kAll };
@@ -395,7 +386,8 @@ Figures benchCorpus(const fs::path& program, const Corpus& corpus, int runs, Pla
     double best = 0;
     std::string tried;
     for (const int cpu : placement.candidates()) {
-      placement.only(cpu);
+      placement.choose(cpu);
+      placement.measuring();
       const double seconds = floorPass(corpus).seconds;
       tried += (tried.empty() ? "" : ", ") + std::to_string(cpu) + ": " +
                std::to_string(static_cast<int>(seconds * 1000 + 0.5)) + " ms";

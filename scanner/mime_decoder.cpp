@@ -45,8 +45,9 @@ void Interface::complain(const std::string& text, bool counted) {
 Interface::LineKind Interface::classify(std::string_view line) const {
   // A body without boundary has no boundary line: it runs to the end of the file.
   if (!sentinel_.empty() && kvs::startsWithIgnoreCase(line, sentinel_)) return LineKind::Stop;
-  if (hasParent_ && !parentSentinel_.empty() && kvs::startsWithIgnoreCase(line, parentSentinel_))
+  if (stopsAtParent() && kvs::startsWithIgnoreCase(line, parentSentinel_)) {
     return LineKind::ParentStop;
+  }
   return LineKind::Body;
 }
 
@@ -70,7 +71,7 @@ void Interface::skipBody(bool& emptyBody, std::size_t keep, scanner::ImageBuffer
   bool decoding = image != nullptr;
   const bool runs = !decoding || takesRuns();
   if (decoding) keep = std::string_view::npos;  // lines to decode are taken whole
-  const bool boundless = sentinel_.empty() && !(hasParent_ && !parentSentinel_.empty());
+  const bool boundless = sentinel_.empty() && !stopsAtParent();
   std::string_view line;
   bool stop = false;
   for (;;) {

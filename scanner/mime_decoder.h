@@ -88,6 +88,8 @@ class Interface : private kvs::noncopyable {
  private:
   // The next line of the body (at most `keep` bytes of it); false at its end.
   bool bodyLine(std::string_view& line, std::size_t keep);
+  // Whether lines of the enclosing boundary end the body as well.
+  [[nodiscard]] bool stopsAtParent() const { return hasParent_ && !parentSentinel_.empty(); }
 
   scanner::LineReader& in_;
   DiagnosticsSink* sink_;
